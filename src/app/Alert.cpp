@@ -1,0 +1,24 @@
+#include "app/Alert.h"
+
+#include <QMessageBox>
+#include <QPushButton>
+
+int Alert::run(const QString& message, const QString& informativeText, Style style,
+               const QStringList& buttons) {
+    QMessageBox box;
+    box.setWindowTitle(QStringLiteral("Quillmar"));
+    box.setText(message);
+    box.setInformativeText(informativeText);
+    box.setIcon(style == Style::Warning ? QMessageBox::Warning : QMessageBox::Information);
+    QList<QAbstractButton*> added;
+    if (buttons.isEmpty()) {
+        added.append(box.addButton(QMessageBox::Ok));
+    } else {
+        for (qsizetype i = 0; i < buttons.size(); ++i)
+            added.append(box.addButton(buttons[i],
+                                       i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+    }
+    box.setDefaultButton(qobject_cast<QPushButton*>(added.first()));
+    box.exec();
+    return int(added.indexOf(box.clickedButton()));
+}

@@ -1,0 +1,56 @@
+#include "app/AppDelegate.h"
+
+#include "config/SettingsNotifier.h"
+#include "settings/SettingsWindowController.h"
+
+#include <QApplication>
+#include <QKeySequence>
+#include <QMenu>
+
+AppDelegate::AppDelegate(Environment environment, QObject* parent)
+    : QObject(parent)
+    , m_environment(std::move(environment)) {}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching() {
+    m_statusItem = std::make_unique<StatusItem>();
+    connect(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged, this,
+            &AppDelegate::settingsChanged);
+    chooseMenu(AppConfig::load());
+}
+
+void AppDelegate::chooseMenu(const AppConfig& config) {
+    // Only an empty token means "not set up"; a token of spaces counts as set up.
+    if (config.token.isEmpty())
+        showSetupPrompt();
+    else
+        start(config);
+}
+
+void AppDelegate::showSetupPrompt() {
+    auto* menu = new QMenu();
+    menu->addAction(QStringLiteral("Welcome to Quillmar"))->setEnabled(false);
+    menu->addAction(QStringLiteral("Open Settings to add your API token"))->setEnabled(false);
+    menu->addSeparator();
+    QAction* settings = menu->addAction(QStringLiteral("Settings…"));
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    connect(settings, &QAction::triggered, this, &AppDelegate::openSettings);
+    QAction* quit = menu->addAction(QStringLiteral("Quit"));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    connect(quit, &QAction::triggered, qApp, &QApplication::quit, Qt::QueuedConnection);
+    m_statusItem->setMenu(menu);
+}
+
+void AppDelegate::start(const AppConfig& config) {
+    Q_UNUSED(config);
+    showSetupPrompt();
+}
+
+void AppDelegate::settingsChanged() {
+    chooseMenu(AppConfig::load());
+}
+
+void AppDelegate::openSettings() {
+    SettingsWindowController::show();
+}
