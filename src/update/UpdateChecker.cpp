@@ -1,0 +1,147 @@
+#include "update/UpdateChecker.h"
+
+#include "app/Alert.h"
+#include "service/HttpSession.h"
+#include "update/VersionComparison.h"
+
+#include <QCoroNetworkReply>
+#include <QDesktopServices>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSettings>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Beside the configuration file: ~/.config/quillmar/quillmar.ini.
+std::unique_ptr<QSettings> openSettings() {
+    return std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope, u"quillmar"_s,
+                                       u"quillmar"_s);
+}
+
+std::optional<QString> notifiedVersion() {
+    const QVariant value = openSettings()->value(UpdateChecker::notifiedVersionKey());
+    if (!value.isValid())
+        return std::nullopt;
+    return value.toString();
+}
+
+void recordNotifiedVersion(const QString& version) {
+    auto settings = openSettings();
+    settings->setValue(UpdateChecker::notifiedVersionKey(), version);
+    // Written through before the alert, which may stay open for a long time.
+    settings->sync();
+}
+
+// Whether an HTTP answer arrived in full. Its status does not matter: an error page carrying a
+// valid manifest is still a manifest. Errors below 100 are failures of the connection itself
+// (refused, reset, timed out, aborted, too many redirects).
+bool answered(const QNetworkReply& reply) {
+    const int error = int(reply.error());
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid() &&
+           !(error > 0 && error < 100);
+}
+
+} // namespace
+
+UpdateChecker::UpdateChecker(const Environment& environment, QObject* parent)
+    : UpdateChecker(environment, Timings(), parent) {}
+
+UpdateChecker::UpdateChecker(const Environment& environment, Timings timings, QObject* parent)
+    : QObject(parent)
+    , m_manifestUrl(environment.updateManifest, QUrl::StrictMode)
+    , m_currentVersion(environment.version.isEmpty() ? u"0.0.0"_s : environment.version)
+    , m_timings(timings) {}
+
+QString UpdateChecker::notifiedVersionKey() {
+    return u"lastNotifiedUpdateVersion"_s;
+}
+
+UpdateChecker::Check UpdateChecker::check() const {
+    return {m_manifestUrl, m_currentVersion, m_timings.fetchTimeout};
+}
+
+void UpdateChecker::scheduleUpdateChecks() {
+    delete m_updateCheckTimer;
+    // The checker as context: the firing is dropped once the checker is gone.
+    QTimer::singleShot(m_timings.firstCheckDelay, this, [this] { checkForUpdatesSilently(); });
+    m_updateCheckTimer = new QTimer(this);
+    connect(m_updateCheckTimer, &QTimer::timeout, this, [this] { checkForUpdatesSilently(); });
+    m_updateCheckTimer->start(m_timings.checkInterval);
+}
+
+void UpdateChecker::checkForUpdates() {
+    runManualCheck(check());
+}
+
+QCoro::Task<void> UpdateChecker::checkForUpdatesSilently() {
+    return runSilentCheck(check());
+}
+
+QCoro::Task<std::optional<UpdateManifest>> UpdateChecker::fetchManifest(Check check) {
+    QNetworkRequest request(check.manifestUrl);
+    // Redirects are followed, but never from HTTPS down to plain HTTP.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::NoLessSafeRedirectPolicy);
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
+        HttpSession::shared().get(request), [](QNetworkReply* r) { r->deleteLater(); });
+    QNetworkReply* raw = reply.get();
+    // A whole-answer deadline rather than an idle time-out: a server that sends a byte now and
+    // then must not hold the check either.
+    QTimer::singleShot(check.fetchTimeout, raw, &QNetworkReply::abort);
+    QObject::connect(raw, &QNetworkReply::downloadProgress, raw, [raw](qint64 received) {
+        if (received > maximumManifestSize)
+            raw->abort();
+    });
+
+    if (!raw->isFinished())
+        co_await qCoro(raw).waitForFinished();
+    if (!answered(*raw))
+        co_return std::nullopt;
+    co_return UpdateManifest::parse(raw->readAll());
+}
+
+QCoro::Task<void> UpdateChecker::runManualCheck(Check check) {
+    const std::optional<UpdateManifest> manifest = co_await fetchManifest(check);
+    if (!manifest) {
+        Alert::run(u"Quillmar"_s,
+                   u"Couldn't check for updates.\nMake sure you're connected to the internet."_s,
+                   Alert::Style::Warning);
+        co_return;
+    }
+    if (!VersionComparison::isNewer(manifest->version, check.currentVersion)) {
+        Alert::run(u"You're up to date"_s,
+                   u"Quillmar "_s + check.currentVersion + u" is the latest version."_s,
+                   Alert::Style::Informational);
+        co_return;
+    }
+    recordNotifiedVersion(manifest->version);
+    showUpdateAlert(*manifest, check.currentVersion);
+}
+
+QCoro::Task<void> UpdateChecker::runSilentCheck(Check check) {
+    const std::optional<UpdateManifest> manifest = co_await fetchManifest(check);
+    if (!manifest || !VersionComparison::isNewer(manifest->version, check.currentVersion))
+        co_return;
+    // Read only now, after the fetch: of two checks in flight, the one finishing second finds
+    // the version recorded by the first and stays silent.
+    if (notifiedVersion() == manifest->version)
+        co_return;
+    recordNotifiedVersion(manifest->version);
+    showUpdateAlert(*manifest, check.currentVersion);
+}
+
+void UpdateChecker::showUpdateAlert(const UpdateManifest& manifest, const QString& currentVersion) {
+    const int pressed = Alert::run(u"Update Available"_s,
+                                   u"Quillmar "_s + manifest.version +
+                                       u" is available (you have "_s + currentVersion + u")."_s,
+                                   Alert::Style::Informational, {u"Download"_s, u"Later"_s});
+    if (pressed != 0)
+        return;
+    const QUrl url(manifest.downloadUrl, QUrl::StrictMode);
+    if (url.isValid() && !url.scheme().isEmpty())
+        QDesktopServices::openUrl(url);
+}
