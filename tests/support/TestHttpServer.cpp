@@ -68,12 +68,16 @@ bool takeRequest(QByteArray& buffer, TestHttpServer::Request& request) {
     request = {};
     request.method = requestLine.value(0);
     const QByteArray target = requestLine.value(1);
+    request.target = target;
     const qsizetype questionMark = target.indexOf('?');
     const QByteArray rawPath = questionMark < 0 ? target : target.left(questionMark);
     request.path = QUrl::fromPercentEncoding(rawPath);
     if (questionMark >= 0) {
         request.rawQuery = target.mid(questionMark + 1);
-        for (const QByteArray& pair : request.rawQuery.split('&')) {
+        // A bare "?" carries no item; QByteArray::split would make one empty pair of it.
+        const QList<QByteArray> pairs =
+            request.rawQuery.isEmpty() ? QList<QByteArray>() : request.rawQuery.split('&');
+        for (const QByteArray& pair : pairs) {
             const qsizetype equals = pair.indexOf('=');
             const QByteArray name = equals < 0 ? pair : pair.left(equals);
             const QByteArray value = equals < 0 ? QByteArray() : pair.mid(equals + 1);

@@ -26,6 +26,7 @@ public:
         QList<QPair<QString, QString>> queryItems;    // decoded, in order
         QList<QPair<QByteArray, QByteArray>> headers; // names lower-cased, in order
         QByteArray body;
+        QByteArray target; // path and query as they travelled, "?" included when sent
 
         QByteArray header(const QByteArray& name) const;
         bool hasHeader(const QByteArray& name) const;

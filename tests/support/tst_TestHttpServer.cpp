@@ -170,6 +170,8 @@ void tst_TestHttpServer::recordsRequest() {
     QCOMPARE(request.method, QByteArray("PUT"));
     QCOMPARE(request.path, u"/rest/v1/raindrop/x/été"_s);
     QCOMPARE(request.rawQuery, QByteArray("a=1&b=%7B%22k%22%3A2%7D"));
+    QCOMPARE(request.target,
+             QByteArray("/rest/v1/raindrop%2Fx/%C3%A9t%C3%A9?a=1&b=%7B%22k%22%3A2%7D"));
     QCOMPARE(request.queryItems,
              (QList<QPair<QString, QString>>{{u"a"_s, u"1"_s}, {u"b"_s, u"{\"k\":2}"_s}}));
     QCOMPARE(request.headers,
@@ -192,6 +194,7 @@ void tst_TestHttpServer::recordsQueryItems_data() {
 
     using Items = QueryItems;
     QTest::newRow("none") << QByteArray("/p") << QByteArray() << Items{};
+    QTest::newRow("empty query") << QByteArray("/p?") << QByteArray() << Items{};
     QTest::newRow("order kept") << QByteArray("/p?z=1&a=2&m=3") << QByteArray("z=1&a=2&m=3")
                                 << Items{{u"z"_s, u"1"_s}, {u"a"_s, u"2"_s}, {u"m"_s, u"3"_s}};
     QTest::newRow("repeated name") << QByteArray("/p?a=1&a=2") << QByteArray("a=1&a=2")
@@ -222,6 +225,7 @@ void tst_TestHttpServer::recordsQueryItems() {
     const TestHttpServer::Request request = server.requests().first();
     QCOMPARE(request.path, u"/p"_s);
     QCOMPARE(request.rawQuery, rawQuery);
+    QCOMPARE(request.target, target);
     QCOMPARE(request.queryItems, items);
     QVERIFY(request.body.isEmpty());
 }
