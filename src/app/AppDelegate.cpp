@@ -7,9 +7,10 @@
 #include <QKeySequence>
 #include <QMenu>
 
-AppDelegate::AppDelegate(Environment environment, QObject* parent)
+AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, QObject* parent)
     : QObject(parent)
-    , m_environment(std::move(environment)) {}
+    , m_environment(std::move(environment))
+    , m_timings(std::move(timings)) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -43,11 +44,15 @@ void AppDelegate::showSetupPrompt() {
 }
 
 void AppDelegate::start(const AppConfig& config) {
-    Q_UNUSED(config);
-    showSetupPrompt();
+    // A new manager on every start: the previous one goes, with its menu, timers and cache.
+    m_menuManager =
+        std::make_unique<MenuManager>(m_statusItem.get(), config, m_environment, m_timings);
+    m_menuManager->buildInitialMenu();
+    m_menuManager->loadData();
 }
 
 void AppDelegate::settingsChanged() {
+    // With an empty token the current menu manager is kept on purpose: only the menu changes.
     chooseMenu(AppConfig::load());
 }
 

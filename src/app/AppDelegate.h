@@ -3,6 +3,7 @@
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
+#include "menu/MenuManager.h"
 
 #include <QObject>
 
@@ -13,13 +14,16 @@
 class AppDelegate : public QObject {
     Q_OBJECT
 public:
-    explicit AppDelegate(Environment environment = {}, QObject* parent = nullptr);
+    explicit AppDelegate(Environment environment = {}, MenuManager::Timings timings = {},
+                         QObject* parent = nullptr);
     ~AppDelegate() override;
 
     // Called once the event loop is up.
     void applicationDidFinishLaunching();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
+    // The newest menu manager; none before the first start with a token.
+    MenuManager* menuManager() const { return m_menuManager.get(); }
 
 private:
     void showSetupPrompt();
@@ -29,5 +33,7 @@ private:
     void chooseMenu(const AppConfig& config);
 
     Environment m_environment;
+    MenuManager::Timings m_timings;
     std::unique_ptr<StatusItem> m_statusItem;
+    std::unique_ptr<MenuManager> m_menuManager;
 };

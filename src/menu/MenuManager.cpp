@@ -1,0 +1,527 @@
+#include "menu/MenuManager.h"
+
+#include "app/Alert.h"
+#include "app/StatusItem.h"
+#include "menu/ClipboardURL.h"
+#include "menu/MenuText.h"
+#include "menu/PageTitle.h"
+#include "service/HttpSession.h"
+#include "service/ServiceError.h"
+#include "settings/SettingsWindowController.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QCoroNetworkReply>
+#include <QDesktopServices>
+#include <QKeySequence>
+#include <QMenu>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSet>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A desktop browser's identity, so that sites serve the page a person would see.
+const QByteArray browserUserAgent = QByteArrayLiteral(
+    "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 (KHTML, like Gecko) "
+    "Version/17.0 Safari/605.1.15");
+constexpr int maximumRedirects = 20;
+
+std::optional<Raindrop> bookmarkOf(const QAction* item) {
+    if (!item || item->data().metaType() != QMetaType::fromType<Raindrop>())
+        return std::nullopt;
+    return item->data().value<Raindrop>();
+}
+
+// An absolute address, or none.
+std::optional<QUrl> parsedURL(const QString& text) {
+    const QUrl url(text);
+    if (!url.isValid() || url.isRelative())
+        return std::nullopt;
+    return url;
+}
+
+void open(const QString& address) {
+    if (const auto url = parsedURL(address))
+        QDesktopServices::openUrl(*url);
+}
+
+void copy(const QString& text) {
+    QGuiApplication::clipboard()->setText(text);
+}
+
+bool isTransportFailure(QNetworkReply::NetworkError error) {
+    // Errors from 200 to 299 and from 400 to 499 stand for HTTP statuses; a page's title is
+    // read whatever its status.
+    const int code = int(error);
+    return error != QNetworkReply::NoError && !(code >= 200 && code < 300) &&
+           !(code >= 400 && code < 500);
+}
+
+QCoro::Task<std::optional<QString>> readPageTitle(QString address,
+                                                  std::chrono::milliseconds timeout) {
+    const std::optional<QUrl> url = parsedURL(address);
+    if (!url)
+        co_return std::nullopt;
+    QNetworkRequest request(*url);
+    request.setRawHeader(QByteArrayLiteral("User-Agent"), browserUserAgent);
+    // Redirects are followed as a browser follows them, to another scheme or host too.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
+    request.setMaximumRedirectsAllowed(maximumRedirects);
+
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
+        HttpSession::shared().get(request), [](QNetworkReply* r) { r->deleteLater(); });
+    QNetworkReply* raw = reply.get();
+    QObject::connect(raw, &QNetworkReply::redirected, raw, &QNetworkReply::redirectAllowed);
+    QTimer::singleShot(timeout, raw, &QNetworkReply::abort);
+
+    // The page is read only as far as its title, and never beyond the read limit.
+    QByteArray body;
+    bool cut = false;
+    std::optional<QString> title;
+    const QMetaObject::Connection reading =
+        QObject::connect(raw, &QNetworkReply::readyRead, raw, [raw, &body, &cut, &title] {
+            if (cut || title)
+                return;
+            const qsizetype scanFrom = body.size() - 7;
+            body += raw->readAll();
+            if (body.size() > PageTitle::readLimit) {
+                body.truncate(PageTitle::readLimit);
+                cut = true;
+            } else if (PageTitle::mayEndTitle(body, scanFrom)) {
+                title = PageTitle::extractFromPrefix(body);
+            }
+            if (cut || title) {
+                // Queued: the reading coroutine resumes from the event loop, not from here.
+                QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
+            }
+        });
+    if (!raw->isFinished())
+        co_await qCoro(raw).waitForFinished();
+    QObject::disconnect(reading);
+
+    if (title)
+        co_return title;
+    if (cut)
+        co_return PageTitle::extractFromPrefix(body);
+    if (isTransportFailure(raw->error()))
+        co_return std::nullopt;
+    body += raw->readAll();
+    if (body.size() > PageTitle::readLimit)
+        co_return PageTitle::extractFromPrefix(body.left(PageTitle::readLimit));
+    co_return PageTitle::extract(body);
+}
+
+QCoro::Task<> createBookmark(std::shared_ptr<RaindropAPI> api, QString url,
+                             std::optional<QString> title) {
+    std::optional<QString> failure;
+    try {
+        co_await api->createRaindrop(url, title);
+    } catch (const ServiceError& error) {
+        failure = error.message();
+    }
+    if (failure)
+        Alert::run(u"Quillmar"_s, u"Failed to save: "_s + *failure, Alert::Style::Warning);
+}
+
+QCoro::Task<> saveWithTitle(std::shared_ptr<RaindropAPI> api, QString url,
+                            std::chrono::milliseconds timeout) {
+    const std::optional<QString> title = co_await readPageTitle(url, timeout);
+    co_await createBookmark(api, url, title);
+}
+
+QCoro::Task<> setFavourite(std::shared_ptr<RaindropAPI> api, qint64 id, bool important) {
+    std::optional<QString> failure;
+    try {
+        co_await api->setFavourite(id, important);
+    } catch (const ServiceError& error) {
+        failure = error.message();
+    }
+    if (failure)
+        Alert::run(u"Quillmar"_s, u"Failed to update favourite: "_s + *failure,
+                   Alert::Style::Warning);
+}
+
+QCoro::Task<QList<Raindrop>> fetchIfAlive(
+    QPointer<MenuManager> manager,
+    std::function<QCoro::Task<QList<Raindrop>>(const std::shared_ptr<RaindropAPI>&)> call) {
+    if (!manager)
+        co_return QList<Raindrop>();
+    const std::shared_ptr<RaindropAPI> api = manager->api();
+    co_return co_await call(api);
+}
+
+void addHeader(QMenu* menu, const QString& title) {
+    menu->addAction(title)->setEnabled(false);
+}
+
+} // namespace
+
+MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment environment,
+                         Timings timings, QObject* parent)
+    : QObject(parent)
+    , m_statusItem(statusItem)
+    , m_config(std::move(config))
+    , m_environment(std::move(environment))
+    , m_timings(std::move(timings))
+    , m_api(RaindropAPI::create(m_config.token, m_environment.apiBase, m_timings.requestTimeout)) {
+    m_prefetchTimer.setSingleShot(true);
+    m_prefetchTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_prefetchTimer, &QTimer::timeout, this, [this] {
+        if (const auto delegate = m_prefetchTarget.lock())
+            delegate->prefetch();
+    });
+    connect(&m_refreshTimer, &QTimer::timeout, this, &MenuManager::refresh);
+}
+
+MenuManager::~MenuManager() = default;
+
+void MenuManager::buildInitialMenu() {
+    auto* menu = new QMenu();
+    menu->addAction(u"Loading…"_s)->setEnabled(false);
+    menu->addSeparator();
+    addQuitItem(menu);
+    m_statusItem->setMenu(menu);
+}
+
+void MenuManager::loadData() {
+    buildFullMenu();
+    m_refreshTimer.start(m_timings.refreshInterval);
+}
+
+void MenuManager::refresh() {
+    m_api->clearCache();
+    for (const auto& delegate : std::as_const(m_lazyDelegates))
+        delegate->reset();
+    buildInitialMenu();
+    loadData();
+}
+
+QCoro::Task<> MenuManager::buildFullMenu() {
+    // Nothing below touches this manager after a suspension without checking that it lives.
+    const QPointer<MenuManager> self(this);
+    const std::shared_ptr<RaindropAPI> api = m_api;
+    // Owned here until it is attached; dropped with the coroutine when the build is abandoned.
+    auto menu = std::make_unique<QMenu>();
+    // The placeholder is attached: the delegates of the previous full menu have no menu left.
+    m_lazyDelegates.clear();
+    QList<std::shared_ptr<LazyMenuDelegate>> delegates;
+    const QSet<qint64> pinnedIds(m_config.pinnedCollectionIds.cbegin(),
+                                 m_config.pinnedCollectionIds.cend());
+    const QSet<QString> pinnedTags(m_config.pinnedTags.cbegin(), m_config.pinnedTags.cend());
+
+    QAction* addClipboardItem = menu->addAction(u"📋 Add Clipboard URL"_s);
+    addClipboardItem->setEnabled(clipboardURL().has_value());
+    connect(addClipboardItem, &QAction::triggered, this, &MenuManager::addClipboardURL);
+    menu->addAction(lazySubmenuItem(
+        menu.get(), u"🕐 Recent"_s,
+        weakFetch([](const std::shared_ptr<RaindropAPI>& a) { return a->fetchRecent(); }),
+        delegates));
+    QAction* web = menu->addAction(u"🌐 Open Raindrop Web"_s);
+    connect(web, &QAction::triggered, this, &MenuManager::openRaindropWeb);
+    menu->addSeparator();
+    addHeader(menu.get(), u"❤️ Favourites"_s);
+
+    std::optional<QList<Raindrop>> favourites;
+    try {
+        favourites = co_await api->fetchFavourites();
+    } catch (const ServiceError&) {
+        // Costs only the favourites lines.
+    }
+    if (!self)
+        co_return;
+    if (!favourites)
+        addHeader(menu.get(), u"Failed to load favourites"_s);
+    else if (favourites->isEmpty())
+        addHeader(menu.get(), u"No favourites"_s);
+    for (const Raindrop& bookmark : favourites.value_or(QList<Raindrop>()))
+        addBookmarkItem(bookmark, menu.get());
+
+    // Both requests run at once; the collections are awaited first, and when they fail the
+    // tags are not waited for.
+    const auto canceller = std::make_shared<RequestCanceller>();
+    QCoro::Task<QList<Collection>> collectionsTask = api->fetchCollections();
+    QCoro::Task<QList<Tag>> tagsTask = api->fetchTags(canceller);
+    std::optional<QList<Collection>> collections;
+    std::optional<QList<Tag>> tags;
+    try {
+        collections = co_await collectionsTask;
+    } catch (const ServiceError&) {
+        canceller->cancel();
+    }
+    try {
+        tags = co_await tagsTask;
+    } catch (const ServiceError&) {
+        // A cancelled request ends here too.
+    }
+    if (!self)
+        co_return;
+
+    if (!collections || !tags) {
+        menu->addSeparator();
+        addHeader(menu.get(), u"Failed to load collections and tags"_s);
+    } else {
+        QList<Collection> pinnedCollections;
+        QList<Collection> otherCollections;
+        for (const Collection& collection : std::as_const(*collections))
+            (pinnedIds.contains(collection.id) ? pinnedCollections : otherCollections)
+                .append(collection);
+        QList<Tag> pinnedTagList;
+        QList<Tag> otherTags;
+        for (const Tag& tag : std::as_const(*tags))
+            (pinnedTags.contains(tag.name) ? pinnedTagList : otherTags).append(tag);
+
+        if (!pinnedCollections.isEmpty() || !pinnedTagList.isEmpty()) {
+            menu->addSeparator();
+            addHeader(menu.get(), u"📌 Pinned"_s);
+            QList<LazyMenuDelegate::Fetch> warmUps;
+            for (const Collection& collection : std::as_const(pinnedCollections)) {
+                const qint64 id = collection.id;
+                auto fetch = weakFetch(
+                    [id](const std::shared_ptr<RaindropAPI>& a) { return a->fetchBookmarks(id); });
+                warmUps.append(fetch);
+                menu->addAction(lazySubmenuItem(menu.get(), collection.title, fetch, delegates));
+            }
+            for (const Tag& tag : std::as_const(pinnedTagList)) {
+                const QString name = tag.name;
+                auto fetch = weakFetch([name](const std::shared_ptr<RaindropAPI>& a) {
+                    return a->fetchBookmarksByTag(name);
+                });
+                warmUps.append(fetch);
+                menu->addAction(lazySubmenuItem(menu.get(), u"#"_s + name, fetch, delegates));
+            }
+            // Fills the client's cache so that opening a pinned submenu is instant; the
+            // results and errors go nowhere.
+            for (const auto& warmUp : std::as_const(warmUps))
+                warmUp();
+        }
+
+        if (!otherCollections.isEmpty()) {
+            menu->addSeparator();
+            auto* submenu = new QMenu(u"📁 Collections"_s, menu.get());
+            for (const Collection& collection : std::as_const(otherCollections)) {
+                const qint64 id = collection.id;
+                const QString title =
+                    collection.count < 1
+                        ? collection.title
+                        : collection.title + u"  ("_s + QString::number(collection.count) + u")"_s;
+                submenu->addAction(lazySubmenuItem(
+                    submenu, title, weakFetch([id](const std::shared_ptr<RaindropAPI>& a) {
+                        return a->fetchBookmarks(id);
+                    }),
+                    delegates));
+            }
+            menu->addMenu(submenu);
+        }
+
+        if (!otherTags.isEmpty()) {
+            menu->addSeparator();
+            auto* submenu = new QMenu(u"🏷 Tags"_s, menu.get());
+            for (const Tag& tag : otherTags.first(qMin<qsizetype>(otherTags.size(), tagLimit))) {
+                const QString name = tag.name;
+                submenu->addAction(lazySubmenuItem(
+                    submenu, u"#"_s + name + u"  ("_s + QString::number(tag.count) + u")"_s,
+                    weakFetch([name](const std::shared_ptr<RaindropAPI>& a) {
+                        return a->fetchBookmarksByTag(name);
+                    }),
+                    delegates));
+            }
+            menu->addMenu(submenu);
+        }
+    }
+
+    appendFooter(menu.get());
+
+    QMenu* full = menu.release();
+    connect(full, &QMenu::aboutToShow, this, [this, full] { menuWillOpen(full); });
+    watchHighlight(full);
+    // Builds may overlap; the one attached last brings its own delegates and clipboard item.
+    m_lazyDelegates = delegates;
+    m_addClipboardItem = addClipboardItem;
+    m_statusItem->setMenu(full);
+}
+
+void MenuManager::appendFooter(QMenu* menu) {
+    menu->addSeparator();
+    QAction* settings = menu->addAction(u"Settings…"_s);
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    connect(settings, &QAction::triggered, this, &MenuManager::openSettings);
+    QAction* refresh = menu->addAction(u"Refresh"_s);
+    refresh->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
+    connect(refresh, &QAction::triggered, this, &MenuManager::refresh);
+    addHeader(menu, u"Quillmar v"_s + m_environment.version);
+    menu->addAction(u"Check for Updates…"_s);
+    addQuitItem(menu);
+}
+
+void MenuManager::addQuitItem(QMenu* menu) {
+    QAction* quit = menu->addAction(u"Quit Quillmar"_s);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    // Queued: the menu that sent it finishes closing first.
+    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+}
+
+QAction* MenuManager::lazySubmenuItem(QMenu* parent, const QString& title,
+                                      LazyMenuDelegate::Fetch fetch,
+                                      QList<std::shared_ptr<LazyMenuDelegate>>& delegates) {
+    auto* submenu = new QMenu(MenuText::escaped(title), parent);
+    submenu->addAction(u"Loading…"_s)->setEnabled(false);
+    auto populate = [manager = QPointer<MenuManager>(this)](QMenu* menu,
+                                                            const QList<Raindrop>& bookmarks) {
+        if (!manager)
+            return;
+        for (const Raindrop& bookmark : bookmarks)
+            manager->addBookmarkItem(bookmark, menu);
+    };
+    auto delegate = std::make_shared<LazyMenuDelegate>(std::move(fetch), std::move(populate),
+                                                       m_timings.staleness, m_timings.clock);
+    delegate->attach(submenu);
+    delegates.append(delegate);
+    return submenu->menuAction();
+}
+
+LazyMenuDelegate::Fetch MenuManager::weakFetch(ApiFetch call) {
+    return [manager = QPointer<MenuManager>(this), call] {
+        return fetchIfAlive(manager, call);
+    };
+}
+
+void MenuManager::addBookmarkItem(const Raindrop& bookmark, QMenu* menu) {
+    const QVariant data = QVariant::fromValue(bookmark);
+    auto* submenu = new QMenu(MenuText::escaped(MenuText::bookmarkLabel(bookmark)), menu);
+    QAction* item = submenu->menuAction();
+    item->setData(data);
+    connect(item, &QAction::triggered, this, [this, item] { openBookmark(item); });
+    addBookmarkAction(submenu, u"↗ Open"_s, data, &MenuManager::openBookmark);
+    submenu->addSeparator();
+    addBookmarkAction(submenu, u"⎘ Copy URL"_s, data, &MenuManager::copyBookmark);
+    addBookmarkAction(submenu, u"[ ] Copy as Markdown"_s, data, &MenuManager::copyMarkdown);
+    addBookmarkAction(submenu, u"✎ Edit in Raindrop"_s, data, &MenuManager::editInRaindrop);
+    submenu->addSeparator();
+    addBookmarkAction(submenu,
+                      bookmark.important ? u"♥ Remove from Favourites"_s : u"♡ Add to Favourites"_s,
+                      data, &MenuManager::toggleFavourite);
+    menu->addAction(item);
+}
+
+QAction* MenuManager::addBookmarkAction(QMenu* menu, const QString& title, const QVariant& bookmark,
+                                        void (MenuManager::*action)(QAction*)) {
+    QAction* item = menu->addAction(title);
+    item->setData(bookmark);
+    connect(item, &QAction::triggered, this, [this, item, action] { (this->*action)(item); });
+    return item;
+}
+
+void MenuManager::watchHighlight(QMenu* menu) {
+    connect(menu, &QMenu::hovered, this, [this, menu](QAction* action) {
+        // The menu repeats the signal while the pointer moves over one item, and passes on
+        // the highlights of its submenus' items; only a change among its own items counts.
+        if (action == m_highlighted || !menu->actions().contains(action))
+            return;
+        menuWillHighlight(action);
+    });
+    connect(menu, &QMenu::aboutToHide, this, [this] { menuWillHighlight(nullptr); });
+    menu->installEventFilter(this);
+}
+
+bool MenuManager::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::MouseMove || event->type() == QEvent::Leave) {
+        // The menu announces no highlight of "nothing" (a separator, a disabled line, outside
+        // the menu): look once it has handled the event.
+        QMetaObject::invokeMethod(
+            this,
+            [this, menu = QPointer<QMenu>(qobject_cast<QMenu*>(watched))] {
+                if (menu && m_highlighted && !menu->activeAction())
+                    menuWillHighlight(nullptr);
+            },
+            Qt::QueuedConnection);
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void MenuManager::menuWillHighlight(QAction* item) {
+    m_prefetchTimer.stop();
+    m_prefetchTarget.reset();
+    m_highlighted = item;
+    if (!item || !item->menu())
+        return;
+    const std::shared_ptr<LazyMenuDelegate> delegate = LazyMenuDelegate::of(item->menu());
+    if (!delegate)
+        return;
+    m_prefetchTarget = delegate;
+    m_prefetchTimer.start(m_timings.hoverPrefetchDelay);
+}
+
+void MenuManager::menuWillOpen(QMenu* menu) {
+    if (menu != m_statusItem->menu() || !m_addClipboardItem)
+        return;
+    m_addClipboardItem->setEnabled(clipboardURL().has_value());
+}
+
+std::optional<QString> MenuManager::clipboardURL() const {
+    // Plain text only: addresses copied as files or URL lists are not looked at.
+    QString subtype = u"plain"_s;
+    const QString text = QGuiApplication::clipboard()->text(subtype);
+    if (text.isEmpty())
+        return std::nullopt;
+    return ClipboardURL::extract(text);
+}
+
+void MenuManager::addClipboardURL() {
+    const std::optional<QString> url = clipboardURL();
+    if (!url) {
+        Alert::run(u"Quillmar"_s, u"No URL found on clipboard."_s, Alert::Style::Warning);
+        return;
+    }
+    saveWithTitle(m_api, *url, m_timings.pageTitleTimeout);
+}
+
+QCoro::Task<std::optional<QString>> MenuManager::fetchPageTitle(QString url) const {
+    return readPageTitle(std::move(url), m_timings.pageTitleTimeout);
+}
+
+QCoro::Task<> MenuManager::saveURL(QString url, std::optional<QString> title) {
+    return createBookmark(m_api, std::move(url), std::move(title));
+}
+
+void MenuManager::openRaindropWeb() {
+    open(m_environment.webApp);
+}
+
+void MenuManager::openBookmark(QAction* item) {
+    if (const auto bookmark = bookmarkOf(item))
+        open(bookmark->link);
+}
+
+void MenuManager::copyBookmark(QAction* item) {
+    if (const auto bookmark = bookmarkOf(item))
+        copy(bookmark->link);
+}
+
+void MenuManager::copyMarkdown(QAction* item) {
+    const auto bookmark = bookmarkOf(item);
+    if (!bookmark)
+        return;
+    // The whole title, nothing escaped.
+    const QString label = bookmark->title.isEmpty() ? bookmark->link : bookmark->title;
+    copy(u"["_s + label + u"]("_s + bookmark->link + u")"_s);
+}
+
+void MenuManager::editInRaindrop(QAction* item) {
+    if (const auto bookmark = bookmarkOf(item))
+        open(m_environment.webApp + u"/my/"_s + QString::number(bookmark->collectionId) +
+             u"/item/"_s + QString::number(bookmark->id) + u"/edit"_s);
+}
+
+void MenuManager::toggleFavourite(QAction* item) {
+    if (const auto bookmark = bookmarkOf(item))
+        setFavourite(m_api, bookmark->id, !bookmark->important);
+}
+
+void MenuManager::openSettings() {
+    SettingsWindowController::show();
+}

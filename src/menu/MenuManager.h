@@ -1,0 +1,116 @@
+#pragma once
+
+#include "config/AppConfig.h"
+#include "config/Environment.h"
+#include "menu/LazyMenuDelegate.h"
+#include "service/Raindrop.h"
+#include "service/RaindropAPI.h"
+
+#include <QCoroTask>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTimer>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QAction;
+class QMenu;
+class StatusItem;
+
+// The menu of the tray icon: a placeholder at once, then the full menu built from the bookmark
+// service, rebuilt every few minutes and on request. Every menu action lands here.
+class MenuManager : public QObject {
+    Q_OBJECT
+public:
+    using Clock = LazyMenuDelegate::Clock;
+
+    // Durations of the menu's timers and time-outs; tests shorten them.
+    struct Timings {
+        std::chrono::milliseconds refreshInterval = std::chrono::seconds(300);
+        std::chrono::milliseconds hoverPrefetchDelay = std::chrono::seconds(1);
+        // A filled bookmark submenu is loaded again when opened after this long.
+        std::chrono::milliseconds staleness = std::chrono::seconds(1800);
+        std::chrono::milliseconds requestTimeout = RaindropAPI::defaultTimeout;
+        std::chrono::milliseconds pageTitleTimeout = std::chrono::seconds(5);
+        // Measures the staleness.
+        Clock clock = [] {
+            return std::chrono::steady_clock::now();
+        };
+    };
+
+    // The Tags submenu shows no more than this many tags.
+    static constexpr int tagLimit = 25;
+
+    MenuManager(StatusItem* statusItem, AppConfig config, Environment environment, Timings timings,
+                QObject* parent = nullptr);
+    ~MenuManager() override;
+
+    // Attaches the placeholder menu.
+    void buildInitialMenu();
+    // Starts building the full menu (attached when complete) and restarts the refresh timer.
+    void loadData();
+    // Forgets every cached list and loaded submenu, then rebuilds.
+    void refresh();
+    // The attached menu is about to open: "📋 Add Clipboard URL" follows the clipboard.
+    void menuWillOpen(QMenu* menu);
+    // The highlight of the top-level menu moved to item (none: it left every item). An item
+    // that stays highlighted for the hover delay has its bookmarks prefetched.
+    void menuWillHighlight(QAction* item);
+
+    // Actions of the menu items. Those given an item read the bookmark it carries.
+    void addClipboardURL();
+    void openRaindropWeb();
+    void openBookmark(QAction* item);
+    void copyBookmark(QAction* item);
+    void copyMarkdown(QAction* item);
+    void editInRaindrop(QAction* item);
+    void toggleFavourite(QAction* item);
+    void openSettings();
+
+    // The web address on the clipboard's plain text, if any.
+    std::optional<QString> clipboardURL() const;
+    // The title of the page at url; none when it cannot be read in time or has no title.
+    QCoro::Task<std::optional<QString>> fetchPageTitle(QString url) const;
+    // Creates the bookmark; a failure is reported in an alert.
+    QCoro::Task<> saveURL(QString url, std::optional<QString> title);
+
+    // The delegates of the lazy submenus of the attached full menu.
+    QList<std::shared_ptr<LazyMenuDelegate>> lazyDelegates() const { return m_lazyDelegates; }
+    std::shared_ptr<RaindropAPI> api() const { return m_api; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    using ApiFetch =
+        std::function<QCoro::Task<QList<Raindrop>>(const std::shared_ptr<RaindropAPI>&)>;
+
+    QCoro::Task<> buildFullMenu();
+    void appendFooter(QMenu* menu);
+    QAction* lazySubmenuItem(QMenu* parent, const QString& title, LazyMenuDelegate::Fetch fetch,
+                             QList<std::shared_ptr<LazyMenuDelegate>>& delegates);
+    void addBookmarkItem(const Raindrop& bookmark, QMenu* menu);
+    QAction* addBookmarkAction(QMenu* menu, const QString& title, const QVariant& bookmark,
+                               void (MenuManager::*action)(QAction*));
+    void addQuitItem(QMenu* menu);
+    void watchHighlight(QMenu* menu);
+    // A fetch that holds this manager weakly and yields an empty list once it is gone.
+    LazyMenuDelegate::Fetch weakFetch(ApiFetch call);
+
+    StatusItem* m_statusItem;
+    AppConfig m_config;
+    Environment m_environment;
+    Timings m_timings;
+    std::shared_ptr<RaindropAPI> m_api;
+    QList<std::shared_ptr<LazyMenuDelegate>> m_lazyDelegates;
+    QTimer m_prefetchTimer;
+    std::weak_ptr<LazyMenuDelegate> m_prefetchTarget;
+    QTimer m_refreshTimer;
+    QPointer<QAction> m_addClipboardItem;
+    QPointer<QAction> m_highlighted;
+};

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "app/StatusItem.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QKeySequence>
+#include <QMenu>
+#include <QStringList>
+
+#include <chrono>
+
+// Reads menus back for the tests: one line per item ("---" for a separator; "(off) " before a
+// disabled item; " ▸" after an item with a submenu; " [Ctrl+R]" after a key equivalent). Texts
+// are the items' own, so "&&" shows where a title holds "&".
+class MenuTree {
+public:
+    static QStringList describe(const QMenu* menu) {
+        QStringList lines;
+        const QList<QAction*> actions = menu->actions();
+        for (const QAction* action : actions) {
+            if (action->isSeparator()) {
+                lines.append(QStringLiteral("---"));
+                continue;
+            }
+            QString line = action->isEnabled() ? QString() : QStringLiteral("(off) ");
+            line += action->text();
+            if (action->menu())
+                line += QStringLiteral(" ▸");
+            if (!action->shortcut().isEmpty())
+                line += QStringLiteral(" [") +
+                        action->shortcut().toString(QKeySequence::PortableText) +
+                        QStringLiteral("]");
+            lines.append(line);
+        }
+        return lines;
+    }
+
+    // The item of menu whose text is text, or null.
+    static QAction* item(const QMenu* menu, const QString& text) {
+        const QList<QAction*> actions = menu->actions();
+        for (QAction* action : actions)
+            if (action->text() == text)
+                return action;
+        return nullptr;
+    }
+    static QMenu* submenu(const QMenu* menu, const QString& text) {
+        QAction* found = item(menu, text);
+        return found ? found->menu() : nullptr;
+    }
+
+    static bool isFull(const QMenu* menu) {
+        return menu && !menu->actions().isEmpty() &&
+               menu->actions().constFirst()->text() == QStringLiteral("📋 Add Clipboard URL");
+    }
+
+    // Spins the event loop until the status item carries a full menu other than previous.
+    static QMenu* waitForFullMenu(const StatusItem& statusItem, const QMenu* previous = nullptr,
+                                  std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+        QDeadlineTimer deadline(timeout);
+        while (!deadline.hasExpired()) {
+            QMenu* menu = statusItem.menu();
+            if (menu != previous && isFull(menu))
+                return menu;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        }
+        return nullptr;
+    }
+
+    // Spins the event loop until the submenu's items differ from before (or time is up).
+    static bool waitForChange(const QMenu* menu, const QStringList& before,
+                              std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
+        QDeadlineTimer deadline(timeout);
+        while (!deadline.hasExpired()) {
+            if (describe(menu) != before)
+                return true;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        }
+        return false;
+    }
+};
