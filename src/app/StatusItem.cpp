@@ -1,8 +1,14 @@
 #include "app/StatusItem.h"
 
+#include "app/tray/StatusNotifierItem.h"
+
 #include <QCursor>
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
 #include <QGuiApplication>
 #include <QScreen>
+
+using namespace Qt::StringLiterals;
 
 static void initResources() {
     Q_INIT_RESOURCE(quillmar);
@@ -15,20 +21,56 @@ QIcon StatusItem::dropIcon() {
 
 StatusItem::StatusItem(QObject* parent)
     : QObject(parent) {
-    m_trayIcon.setIcon(dropIcon());
-    m_trayIcon.setToolTip(QStringLiteral("Quillmar"));
-    // A left click arrives as an activation on every tray; the menu opens on it as on a right
-    // click, which the tray handles itself through the context menu.
-    connect(&m_trayIcon, &QSystemTrayIcon::activated, this,
+    if (StatusNotifierItem::isHostAvailable() && useStatusNotifierItem())
+        return;
+    // Created only here: Qt decides once per process, when the first QSystemTrayIcon is made,
+    // whether its icons go to a StatusNotifierItem panel, and with no panel now it picks XEmbed.
+    m_trayIcon = std::make_unique<QSystemTrayIcon>(dropIcon());
+    m_trayIcon->setToolTip(QStringLiteral("Quillmar"));
+    // A left click arrives as an activation; the menu opens on it as on a right click, which
+    // the tray handles itself through the context menu.
+    connect(m_trayIcon.get(), &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
                 if (reason == QSystemTrayIcon::Trigger)
                     performClick();
             });
-    m_trayIcon.show();
+    m_trayIcon->show();
+    // A panel that starts later (the program started first at login, or the AppIndicator
+    // extension was switched on) announces itself; the icon moves there.
+    const QString watcher = u"org.kde.StatusNotifierWatcher"_s;
+    m_panelWatcher = std::make_unique<QDBusServiceWatcher>(
+        watcher, QDBusConnection::sessionBus(), QDBusServiceWatcher::WatchForRegistration);
+    connect(m_panelWatcher.get(), &QDBusServiceWatcher::serviceRegistered, this,
+            &StatusItem::panelStarted);
+    QDBusConnection::sessionBus().connect(QString(), u"/StatusNotifierWatcher"_s, watcher,
+                                          u"StatusNotifierHostRegistered"_s, this,
+                                          SLOT(panelStarted()));
 }
 
 StatusItem::~StatusItem() {
     delete m_menu;
+}
+
+void StatusItem::panelStarted() {
+    if (m_notifierItem || !StatusNotifierItem::isHostAvailable() || !useStatusNotifierItem())
+        return;
+    m_trayIcon->setContextMenu(nullptr);
+    m_trayIcon->hide();
+    m_panelWatcher.reset();
+}
+
+bool StatusItem::useStatusNotifierItem() {
+    auto item = std::make_unique<StatusNotifierItem>(u"quillmar"_s, u"Quillmar"_s, dropIcon());
+    if (!item->registerItem())
+        return false;
+    connect(item.get(), &StatusNotifierItem::activated, this, [this](QPoint at) {
+        m_lastClick = at;
+        popupAt(at);
+    });
+    connect(item.get(), &StatusNotifierItem::contextMenuRequested, this, &StatusItem::popupAt);
+    item->setMenu(m_menu);
+    m_notifierItem = std::move(item);
+    return true;
 }
 
 void StatusItem::setMenu(QMenu* menu) {
@@ -36,7 +78,10 @@ void StatusItem::setMenu(QMenu* menu) {
         return;
     QMenu* previous = m_menu;
     m_menu = menu;
-    m_trayIcon.setContextMenu(menu);
+    if (m_notifierItem)
+        m_notifierItem->setMenu(menu);
+    else
+        m_trayIcon->setContextMenu(menu);
     if (previous) {
         previous->hide();
         previous->deleteLater();
@@ -47,9 +92,13 @@ void StatusItem::setMenu(QMenu* menu) {
 void StatusItem::performClick() {
     if (!m_menu)
         return;
-    const QRect icon = m_trayIcon.geometry();
+    if (m_notifierItem) {
+        popupAt(m_lastClick.value_or(QCursor::pos()));
+        return;
+    }
+    const QRect icon = m_trayIcon->geometry();
     if (!icon.isValid()) {
-        m_menu->popup(QCursor::pos());
+        popupAt(QCursor::pos());
         return;
     }
     const QScreen* screen = QGuiApplication::screenAt(icon.center());
@@ -59,5 +108,10 @@ void StatusItem::performClick() {
     // A panel at the bottom of the screen: open upwards.
     if (available.isValid() && at.y() + size.height() > available.bottom())
         at.setY(icon.top() - size.height());
-    m_menu->popup(at);
+    popupAt(at);
+}
+
+void StatusItem::popupAt(QPoint at) {
+    if (m_menu)
+        m_menu->popup(at);
 }

@@ -2,10 +2,20 @@
 
 #include <QMenu>
 #include <QObject>
+#include <QPoint>
 #include <QPointer>
 #include <QSystemTrayIcon>
 
-// The program's one tray icon (the drop) and the menu attached to it.
+#include <memory>
+#include <optional>
+
+class QDBusServiceWatcher;
+class StatusNotifierItem;
+
+// The program's one tray icon (the drop) and the menu attached to it. Where the panel takes
+// StatusNotifierItems (KDE Plasma, GNOME with the AppIndicator extension, Xfce, ...) the icon
+// is one, and the panel draws the menu on a right click; elsewhere it is an XEmbed icon and Qt
+// draws the menu. A left click opens the Qt-drawn menu on both.
 class StatusItem : public QObject {
     Q_OBJECT
 public:
@@ -17,18 +27,32 @@ public:
     void setMenu(QMenu* menu);
     QMenu* menu() const { return m_menu; }
 
-    // Opens the attached menu as a click on the icon does: below (or above) the icon, or at the
-    // pointer where the panel does not say where the icon is.
+    // Opens the attached menu as a click on the icon does: below (or above) the icon, or where
+    // the panel last reported a click, or at the pointer when neither is known.
     void performClick();
 
-    QSystemTrayIcon& trayIcon() { return m_trayIcon; }
+    // Whether the icon is a StatusNotifierItem rather than an XEmbed icon.
+    bool isStatusNotifierItem() const { return m_notifierItem != nullptr; }
 
     static QIcon dropIcon();
 
 Q_SIGNALS:
     void menuChanged(QMenu* menu);
 
+private Q_SLOTS:
+    // Moves the icon to a panel that has started taking StatusNotifierItems.
+    void panelStarted();
+
 private:
-    QSystemTrayIcon m_trayIcon;
+    bool useStatusNotifierItem();
+    void popupAt(QPoint at);
+
+    // The XEmbed icon; none when the icon was a StatusNotifierItem from the start.
+    std::unique_ptr<QSystemTrayIcon> m_trayIcon;
+    std::unique_ptr<StatusNotifierItem> m_notifierItem;
+    // Watches for a panel while the icon is an XEmbed one.
+    std::unique_ptr<QDBusServiceWatcher> m_panelWatcher;
     QPointer<QMenu> m_menu;
+    // Where the panel last reported a click on the StatusNotifierItem.
+    std::optional<QPoint> m_lastClick;
 };

@@ -1,0 +1,99 @@
+#include "app/tray/StatusNotifierItem.h"
+
+#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusVariant>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString watcherService = u"org.kde.StatusNotifierWatcher"_s;
+const QString watcherPath = u"/StatusNotifierWatcher"_s;
+const QString itemPath = u"/StatusNotifierItem"_s;
+const QString menuObjectPath = u"/MenuBar"_s;
+// A watcher that does not answer at once is treated as absent rather than delaying start-up.
+constexpr int watcherTimeoutMs = 2000;
+int instances = 0;
+
+} // namespace
+
+StatusNotifierItem::StatusNotifierItem(QString id, QString title, const QIcon& icon,
+                                       QObject* parent)
+    : QObject(parent)
+    , m_id(std::move(id))
+    , m_title(std::move(title))
+    , m_serviceName(u"org.kde.StatusNotifierItem-%1-%2"_s.arg(QCoreApplication::applicationPid())
+                        .arg(++instances))
+    , m_connectionName(u"quillmar-status-notifier-%1"_s.arg(instances))
+    , m_connection(QDBusConnection::connectToBus(QDBusConnection::SessionBus, m_connectionName))
+    , m_watcherWatcher(watcherService, m_connection, QDBusServiceWatcher::WatchForRegistration) {
+    qDBusRegisterMetaType<DBusImage>();
+    qDBusRegisterMetaType<DBusImageList>();
+    qDBusRegisterMetaType<DBusToolTip>();
+    m_images = DBusImage::fromIcon(icon);
+    // A panel that restarts brings a new watcher, which knows nothing of this item.
+    connect(&m_watcherWatcher, &QDBusServiceWatcher::serviceRegistered, this,
+            &StatusNotifierItem::registerWithWatcher);
+}
+
+StatusNotifierItem::~StatusNotifierItem() {
+    m_connection.unregisterObject(itemPath);
+    m_connection.unregisterObject(menuObjectPath);
+    m_connection.unregisterService(m_serviceName);
+    QDBusConnection::disconnectFromBus(m_connectionName);
+}
+
+bool StatusNotifierItem::isHostAvailable(QDBusConnection connection) {
+    if (!connection.isConnected() || !connection.interface() ||
+        !connection.interface()->isServiceRegistered(watcherService))
+        return false;
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        watcherService, watcherPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+    get.setArguments({watcherService, u"IsStatusNotifierHostRegistered"_s});
+    const QDBusMessage reply = connection.call(get, QDBus::Block, watcherTimeoutMs);
+    return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
+           reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+}
+
+bool StatusNotifierItem::registerItem() {
+    if (!m_connection.registerObject(itemPath, this,
+                                     QDBusConnection::ExportScriptableSlots |
+                                         QDBusConnection::ExportAllProperties) ||
+        !m_exporter.registerOn(m_connection, menuObjectPath))
+        return false;
+    // A well-known name as well as the connection's own: some hosts only take those.
+    m_connection.registerService(m_serviceName);
+    registerWithWatcher();
+    return true;
+}
+
+void StatusNotifierItem::registerWithWatcher() {
+    QDBusMessage call = QDBusMessage::createMethodCall(watcherService, watcherPath, watcherService,
+                                                       u"RegisterStatusNotifierItem"_s);
+    call.setArguments({m_serviceName});
+    // Not waited for: a watcher that fails to answer leaves only the icon missing.
+    m_connection.asyncCall(call);
+}
+
+QString StatusNotifierItem::category() const {
+    return u"ApplicationStatus"_s;
+}
+
+QString StatusNotifierItem::status() const {
+    return u"Active"_s;
+}
+
+QDBusObjectPath StatusNotifierItem::menuPath() const {
+    return QDBusObjectPath(menuObjectPath);
+}
+
+void StatusNotifierItem::Activate(int x, int y) {
+    Q_EMIT activated(QPoint(x, y));
+}
+
+void StatusNotifierItem::ContextMenu(int x, int y) {
+    Q_EMIT contextMenuRequested(QPoint(x, y));
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "app/tray/DBusImage.h"
+#include "app/tray/DBusMenuExporter.h"
+#include "app/tray/DBusToolTip.h"
+
+#include <QDBusConnection>
+#include <QDBusObjectPath>
+#include <QDBusServiceWatcher>
+#include <QIcon>
+#include <QObject>
+#include <QPoint>
+#include <QString>
+
+// The tray icon on panels that follow the StatusNotifierItem protocol (KDE Plasma, GNOME with
+// the AppIndicator extension, Xfce, LXQt, ...): an org.kde.StatusNotifierItem on the session
+// bus, registered with the panel's watcher, with its menu published by a DBusMenuExporter.
+// The panel draws that menu on a right click; a left click, or a panel's request to show a
+// menu, reaches the program as activated or contextMenuRequested.
+class StatusNotifierItem : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierItem")
+    Q_PROPERTY(QString Category READ category)
+    Q_PROPERTY(QString Id READ id)
+    Q_PROPERTY(QString Title READ title)
+    Q_PROPERTY(QString Status READ status)
+    Q_PROPERTY(int WindowId READ windowId)
+    Q_PROPERTY(QString IconName READ iconName)
+    Q_PROPERTY(DBusImageList IconPixmap READ iconPixmap)
+    Q_PROPERTY(DBusToolTip ToolTip READ toolTip)
+    Q_PROPERTY(bool ItemIsMenu READ itemIsMenu)
+    Q_PROPERTY(QDBusObjectPath Menu READ menuPath)
+public:
+    // The item talks over a session bus connection of its own, so that its object paths are
+    // its alone.
+    StatusNotifierItem(QString id, QString title, const QIcon& icon, QObject* parent = nullptr);
+    ~StatusNotifierItem() override;
+
+    // Whether a panel takes StatusNotifierItems on this bus now: a watcher runs and a host
+    // (the panel) has registered with it.
+    static bool isHostAvailable(QDBusConnection connection = QDBusConnection::sessionBus());
+
+    // Exports the item and registers it with the watcher, now and whenever a watcher starts.
+    bool registerItem();
+    void setMenu(QMenu* menu) { m_exporter.setMenu(menu); }
+
+    QString category() const;
+    QString id() const { return m_id; }
+    QString title() const { return m_title; }
+    QString status() const;
+    int windowId() const { return 0; }
+    QString iconName() const { return {}; }
+    DBusImageList iconPixmap() const { return m_images; }
+    DBusToolTip toolTip() const { return {{}, {}, m_title, {}}; }
+    bool itemIsMenu() const { return false; }
+    QDBusObjectPath menuPath() const;
+
+public Q_SLOTS:
+    Q_SCRIPTABLE void Activate(int x, int y);
+    Q_SCRIPTABLE void ContextMenu(int x, int y);
+
+Q_SIGNALS:
+    // A left click on the icon, at the point the panel gives (global coordinates).
+    void activated(QPoint at);
+    // The panel asks the program to show its menu at this point.
+    void contextMenuRequested(QPoint at);
+
+private:
+    void registerWithWatcher();
+
+    QString m_id;
+    QString m_title;
+    DBusImageList m_images;
+    QString m_serviceName;
+    QString m_connectionName;
+    QDBusConnection m_connection;
+    DBusMenuExporter m_exporter;
+    QDBusServiceWatcher m_watcherWatcher;
+};

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <optional>
+#include <sys/types.h>
+
+// A program started by a test: X server, tray host, bus daemon, an outside X client. It is
+// stopped when this object goes, and the kernel kills it should the test process die first, so
+// nothing outlives a failed or crashed test. Works before a QCoreApplication exists.
+class ChildProcess {
+public:
+    struct Result {
+        int exitCode = -1; // -1: did not end in time, or was killed by a signal
+        QByteArray output; // standard output
+    };
+
+    ChildProcess() = default;
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Starts command (the program, then its arguments; looked up on PATH). Standard error and,
+    // unless captureOutput, standard output are appended to logFile; with captureOutput the
+    // standard output is kept for readLine.
+    bool start(const QStringList& command, const QString& logFile, bool captureOutput = false);
+    // The next line of a captured standard output, without its line break; none when none
+    // arrives in time or the program ended.
+    std::optional<QByteArray> readLine(std::chrono::milliseconds timeout);
+    bool isRunning();
+    // Asks the program to end, then kills it after a grace period; waits for it either way.
+    void stop();
+    pid_t pid() const { return m_pid; }
+
+    // Runs command to its end and returns its exit code and standard output; kills it when it
+    // takes longer than timeout. While waiting, a running application's events are processed,
+    // so that the program may talk to the test's own windows (a clipboard read, for example).
+    static Result run(const QStringList& command,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+private:
+    bool reap(bool wait);
+
+    pid_t m_pid = -1;
+    int m_outputFd = -1;
+    QByteArray m_buffer;
+};

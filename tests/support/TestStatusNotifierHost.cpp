@@ -1,0 +1,183 @@
+#include "TestStatusNotifierHost.h"
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+
+namespace {
+
+const QString itemInterface = QStringLiteral("org.kde.StatusNotifierItem");
+const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
+const QString connectionName = QStringLiteral("test-status-notifier-host");
+
+TestStatusNotifierHost::MenuNode readNode(const QDBusArgument& argument) {
+    TestStatusNotifierHost::MenuNode node;
+    argument.beginStructure();
+    argument >> node.id >> node.properties;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        QDBusVariant child;
+        argument >> child;
+        node.children.append(readNode(child.variant().value<QDBusArgument>()));
+    }
+    argument.endArray();
+    argument.endStructure();
+    return node;
+}
+
+} // namespace
+
+QString TestStatusNotifierHost::MenuNode::label() const {
+    return properties.value(QStringLiteral("label")).toString();
+}
+
+QString TestStatusNotifierHost::MenuNode::shownLabel() const {
+    // A panel draws "__" as "_" and takes a single "_" as the mark of the next letter.
+    const QString sent = label();
+    QString shown;
+    for (qsizetype i = 0; i < sent.size(); ++i) {
+        if (sent[i] == u'_') {
+            if (i + 1 < sent.size() && sent[i + 1] == u'_') {
+                shown.append(u'_');
+                ++i;
+            }
+            continue;
+        }
+        shown.append(sent[i]);
+    }
+    return shown;
+}
+
+bool TestStatusNotifierHost::MenuNode::isSeparator() const {
+    return properties.value(QStringLiteral("type")).toString() == QStringLiteral("separator");
+}
+
+bool TestStatusNotifierHost::MenuNode::isEnabled() const {
+    return properties.value(QStringLiteral("enabled"), true).toBool();
+}
+
+bool TestStatusNotifierHost::MenuNode::isVisible() const {
+    return properties.value(QStringLiteral("visible"), true).toBool();
+}
+
+bool TestStatusNotifierHost::MenuNode::hasSubmenu() const {
+    return properties.value(QStringLiteral("children-display")).toString() ==
+           QStringLiteral("submenu");
+}
+
+QStringList TestStatusNotifierHost::MenuNode::shownLabels() const {
+    QStringList labels;
+    for (const MenuNode& child : children)
+        labels.append(child.isSeparator() ? QStringLiteral("---") : child.shownLabel());
+    return labels;
+}
+
+const TestStatusNotifierHost::MenuNode*
+TestStatusNotifierHost::MenuNode::find(const QString& shown) const {
+    for (const MenuNode& child : children) {
+        if (!child.isSeparator() && child.shownLabel() == shown)
+            return &child;
+        if (const MenuNode* below = child.find(shown))
+            return below;
+    }
+    return nullptr;
+}
+
+TestStatusNotifierHost::TestStatusNotifierHost(const QString& busAddress, QObject* parent)
+    : QObject(parent)
+    , m_connection(QDBusConnection::connectToBus(busAddress, connectionName)) {}
+
+TestStatusNotifierHost::~TestStatusNotifierHost() {
+    QDBusConnection::disconnectFromBus(connectionName);
+}
+
+bool TestStatusNotifierHost::attach(const QString& service, const QString& itemPath) {
+    m_service = service;
+    m_itemPath = itemPath;
+    m_menuPath = itemProperty(QStringLiteral("Menu")).value<QDBusObjectPath>().path();
+    if (m_menuPath.isEmpty())
+        return false;
+    return m_connection.connect(m_service, m_menuPath, menuInterface,
+                                QStringLiteral("LayoutUpdated"), this,
+                                SLOT(onLayoutUpdated(uint, int))) &&
+           m_connection.connect(m_service, m_menuPath, menuInterface,
+                                QStringLiteral("ItemsPropertiesUpdated"), this,
+                                SLOT(onItemsPropertiesUpdated(QDBusMessage)));
+}
+
+QDBusMessage TestStatusNotifierHost::call(const QString& path, const QString& interface,
+                                          const QString& method, const QVariantList& arguments) {
+    QDBusMessage message = QDBusMessage::createMethodCall(m_service, path, interface, method);
+    message.setArguments(arguments);
+    QDBusPendingCallWatcher watcher(m_connection.asyncCall(message, 10000));
+    if (!watcher.isFinished()) {
+        QEventLoop loop;
+        connect(&watcher, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return watcher.reply();
+}
+
+QVariant TestStatusNotifierHost::itemProperty(const QString& name) {
+    const QDBusMessage reply = call(m_itemPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                    QStringLiteral("Get"), {itemInterface, name});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return {};
+    return reply.arguments().constFirst().value<QDBusVariant>().variant();
+}
+
+std::optional<TestStatusNotifierHost::MenuNode> TestStatusNotifierHost::layout(int parentId,
+                                                                               int depth) {
+    const QDBusMessage reply = call(m_menuPath, menuInterface, QStringLiteral("GetLayout"),
+                                    {parentId, depth, QStringList()});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
+        return std::nullopt;
+    m_revision = reply.arguments().at(0).toUInt();
+    return readNode(reply.arguments().at(1).value<QDBusArgument>());
+}
+
+std::optional<bool> TestStatusNotifierHost::aboutToShow(int id) {
+    const QDBusMessage reply = call(m_menuPath, menuInterface, QStringLiteral("AboutToShow"), {id});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 1)
+        return std::nullopt;
+    return reply.arguments().constFirst().toBool();
+}
+
+bool TestStatusNotifierHost::event(int id, const QString& eventId) {
+    const QDBusMessage reply =
+        call(m_menuPath, menuInterface, QStringLiteral("Event"),
+             {id, eventId, QVariant::fromValue(QDBusVariant(QString())), 0u});
+    return reply.type() == QDBusMessage::ReplyMessage;
+}
+
+bool TestStatusNotifierHost::activate(QPoint at) {
+    return call(m_itemPath, itemInterface, QStringLiteral("Activate"), {at.x(), at.y()}).type() ==
+           QDBusMessage::ReplyMessage;
+}
+
+bool TestStatusNotifierHost::contextMenu(QPoint at) {
+    return call(m_itemPath, itemInterface, QStringLiteral("ContextMenu"), {at.x(), at.y()})
+               .type() == QDBusMessage::ReplyMessage;
+}
+
+bool TestStatusNotifierHost::waitForLayoutUpdate(qsizetype count, int timeoutMs) {
+    QDeadlineTimer deadline(timeoutMs);
+    while (m_layoutUpdates.size() <= count) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
+}
+
+void TestStatusNotifierHost::onLayoutUpdated(uint revision, int parent) {
+    m_layoutUpdates.append({revision, parent});
+}
+
+void TestStatusNotifierHost::onItemsPropertiesUpdated(const QDBusMessage&) {
+    ++m_propertyUpdates;
+}

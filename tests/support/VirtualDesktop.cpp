@@ -1,0 +1,145 @@
+#include "VirtualDesktop.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QThread>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+std::unique_ptr<VirtualDesktop>& sharedDesktop() {
+    static std::unique_ptr<VirtualDesktop> desktop;
+    return desktop;
+}
+
+// Polls condition for up to ten seconds.
+template <typename Condition> bool waitFor(Condition condition) {
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 10000) {
+        if (condition())
+            return true;
+        QThread::msleep(50);
+    }
+    return false;
+}
+
+// A session bus that starts no services: nothing may run that the test did not start.
+const char busConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:dir=%1</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+)";
+
+} // namespace
+
+VirtualDesktop::VirtualDesktop(Options options)
+    : m_options(options) {}
+
+VirtualDesktop::~VirtualDesktop() {
+    m_trayHost.stop();
+    m_bus.stop();
+    m_server.stop();
+}
+
+bool VirtualDesktop::fail(const QString& error) {
+    m_error = error + QStringLiteral(" (logs in ") + m_work.path() + QStringLiteral(")");
+    // Keep the logs of a desktop that failed to start.
+    m_work.setAutoRemove(false);
+    return false;
+}
+
+bool VirtualDesktop::start() {
+    if (!m_work.isValid())
+        return fail(QStringLiteral("no temporary folder"));
+    const QString log = m_work.filePath(QStringLiteral("desktop.log"));
+
+    // -displayfd picks a free display number and prints it once the server accepts clients.
+    if (!m_server.start({QStringLiteral("Xvfb"), QStringLiteral("-displayfd"), QStringLiteral("1"),
+                         QStringLiteral("-screen"), QStringLiteral("0"),
+                         QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
+                         QStringLiteral("tcp")},
+                        log, true))
+        return fail(QStringLiteral("cannot start Xvfb"));
+    const auto number = m_server.readLine(std::chrono::seconds(20));
+    if (!number || number->trimmed().isEmpty())
+        return fail(QStringLiteral("Xvfb did not start"));
+    m_display = QStringLiteral(":") + QString::fromLatin1(number->trimmed());
+
+    QFile config(m_work.filePath(QStringLiteral("bus.conf")));
+    if (!config.open(QIODevice::WriteOnly))
+        return fail(QStringLiteral("cannot write the bus configuration"));
+    config.write(QString::fromLatin1(busConfiguration).arg(m_work.path()).toUtf8());
+    config.close();
+    if (!m_bus.start({QStringLiteral("dbus-daemon"),
+                      QStringLiteral("--config-file=") + config.fileName(),
+                      QStringLiteral("--nofork"), QStringLiteral("--print-address=1")},
+                     log, true))
+        return fail(QStringLiteral("cannot start dbus-daemon"));
+    const auto address = m_bus.readLine(std::chrono::seconds(10));
+    if (!address || address->trimmed().isEmpty())
+        return fail(QStringLiteral("dbus-daemon did not start"));
+    m_busAddress = QString::fromLatin1(address->trimmed());
+
+    qputenv("DISPLAY", m_display.toLocal8Bit());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toLocal8Bit());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    // Nothing of the desktop the tests were started from may leak in.
+    qunsetenv("WAYLAND_DISPLAY");
+    qunsetenv("XDG_CURRENT_DESKTOP");
+    qunsetenv("XDG_SESSION_TYPE");
+    qunsetenv("SESSION_MANAGER");
+
+    if (m_options.trayHost && !startTrayHost())
+        return false;
+    return true;
+}
+
+bool VirtualDesktop::startTrayHost() {
+    if (!m_trayHost.start({QStringLiteral("trayer"), QStringLiteral("--edge"),
+                           QStringLiteral("top"), QStringLiteral("--align"),
+                           QStringLiteral("right"), QStringLiteral("--width"), QStringLiteral("10"),
+                           QStringLiteral("--height"), QStringLiteral("24"),
+                           QStringLiteral("--transparent"), QStringLiteral("false")},
+                          m_work.filePath(QStringLiteral("trayer.log"))))
+        return fail(QStringLiteral("cannot start trayer"));
+    const bool up = waitFor([] {
+        return ChildProcess::run({QStringLiteral("xdotool"), QStringLiteral("search"),
+                                  QStringLiteral("--onlyvisible"), QStringLiteral("--class"),
+                                  QStringLiteral("trayer")})
+                   .exitCode == 0;
+    });
+    if (!up)
+        return fail(QStringLiteral("trayer did not show"));
+    return true;
+}
+
+void VirtualDesktop::stopTrayHost() {
+    m_trayHost.stop();
+}
+
+void VirtualDesktop::startShared(Options options) {
+    auto desktop = std::make_unique<VirtualDesktop>(options);
+    if (!desktop->start()) {
+        std::fprintf(stderr, "Cannot start the virtual desktop: %s\n",
+                     qPrintable(desktop->errorString()));
+        desktop.reset();
+        std::exit(1);
+    }
+    sharedDesktop() = std::move(desktop);
+}
+
+VirtualDesktop& VirtualDesktop::shared() {
+    return *sharedDesktop();
+}
