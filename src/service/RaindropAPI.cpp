@@ -22,6 +22,7 @@ const QString decodingFailed =
     u"The data couldn’t be read because it isn’t in the correct format."_s;
 const QString bodyTooLarge = u"The data couldn’t be read because it is too large."_s;
 const QString timedOut = u"The request timed out."_s;
+const QString cancelled = u"The request was cancelled."_s;
 const QString badUrl = u"bad URL"_s;
 
 // Characters a query may hold unencoded (RFC 3986 query), less "&" in every part and less "="
@@ -42,12 +43,17 @@ QString encodeQuery(const QList<QPair<QString, QString>>& items) {
     return QString::fromLatin1(query);
 }
 
-bool isTransportFailure(QNetworkReply::NetworkError error) {
-    // Errors from 200 to 299 and from 400 to 499 stand for HTTP statuses, which the caller
-    // judges by the status itself; all others are failures of the connection.
+// Whether the exchange failed on the way rather than by the status that the server answered.
+bool isTransportFailure(QNetworkReply::NetworkError error, bool hasStatus) {
+    if (error == QNetworkReply::NoError)
+        return false;
+    // Qt turns the HTTP statuses it dislikes into errors of its own: most 4xx into 201..299,
+    // 400 and 418 into ProtocolInvalidOperationError, 5xx into 401..499. Those are answers,
+    // which the caller judges by the status itself.
     const int code = int(error);
-    return error != QNetworkReply::NoError && !(code >= 200 && code < 300) &&
-           !(code >= 400 && code < 500);
+    const bool fromStatus = (code >= 200 && code < 300) || (code >= 400 && code < 500) ||
+                            error == QNetworkReply::ProtocolInvalidOperationError;
+    return !(hasStatus && fromStatus);
 }
 
 QString sortKey(const QString& title) {
@@ -91,6 +97,10 @@ QCoro::Task<RaindropAPI::Answer> RaindropAPI::send(QNetworkRequest request, QByt
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::ManualRedirectPolicy);
 
+    // A cancel that came before the request sends nothing at all.
+    if (canceller && canceller->isCancelled())
+        throw ServiceError(ServiceError::Kind::Transport, 0, cancelled);
+
     QNetworkAccessManager& session = HttpSession::shared();
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
         body.isNull() ? session.sendCustomRequest(request, verb)
@@ -114,24 +124,26 @@ QCoro::Task<RaindropAPI::Answer> RaindropAPI::send(QNetworkRequest request, QByt
     if (tooLarge)
         throw ServiceError(ServiceError::Kind::Decoding, 0, bodyTooLarge);
     const QNetworkReply::NetworkError error = raw->error();
-    if (isTransportFailure(error)) {
-        const bool cancelled = canceller && canceller->isCancelled();
-        const QString message = error == QNetworkReply::OperationCanceledError && !cancelled
-                                    ? timedOut
-                                    : raw->errorString();
+    const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (isTransportFailure(error, status.isValid())) {
+        QString message = raw->errorString();
+        if (canceller && canceller->isCancelled())
+            message = cancelled;
+        else if (error == QNetworkReply::OperationCanceledError)
+            message = timedOut;
         throw ServiceError(ServiceError::Kind::Transport, 0, message);
     }
-    const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     co_return Answer{status.isValid() ? status.toInt() : 0, raw->readAll()};
 }
 
 QCoro::Task<QByteArray> RaindropAPI::fetch(QString path, QueryItems query, Canceller canceller) {
     auto self = shared_from_this();
     QUrl url(m_base + path, QUrl::StrictMode);
-    if (!query.isEmpty())
-        url.setQuery(encodeQuery(query), QUrl::StrictMode);
+    // Checked before the query goes in: setting a part makes QUrl forget earlier parse errors.
     if (!url.isValid() || url.isRelative())
         throw ServiceError(ServiceError::Kind::BadUrl, 0, badUrl);
+    if (!query.isEmpty())
+        url.setQuery(encodeQuery(query), QUrl::StrictMode);
 
     QNetworkRequest request(url);
     authorize(request);
