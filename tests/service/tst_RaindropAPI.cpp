@@ -528,8 +528,12 @@ void tst_RaindropAPI::readStatusFailures_data() {
                                    << u"Invalid API token — check your token and try again."_s;
     QTest::newRow("403") << 403 << QByteArray("Forbidden")
                          << u"Unexpected response from Raindrop (HTTP 403)."_s;
+    QTest::newRow("400") << 400 << QByteArray(R"({"result":false})")
+                         << u"Unexpected response from Raindrop (HTTP 400)."_s;
     QTest::newRow("404") << 404 << QByteArray()
                          << u"Unexpected response from Raindrop (HTTP 404)."_s;
+    QTest::newRow("418") << 418 << QByteArray()
+                         << u"Unexpected response from Raindrop (HTTP 418)."_s;
     QTest::newRow("429") << 429 << QByteArray(R"({"result": false})")
                          << u"Unexpected response from Raindrop (HTTP 429)."_s;
     QTest::newRow("500") << 500 << QByteArray(R"({"items": []})")
@@ -627,6 +631,7 @@ void tst_RaindropAPI::writeStatusFailures_data() {
     QTest::newRow("403 UTF-8") << 403 << QByteArray("Verboten: \xc3\xbc \xe2\x80\x94")
                                << u"HTTP 403: Verboten: ü —"_s;
     QTest::newRow("404 empty") << 404 << QByteArray() << u"HTTP 404: "_s;
+    QTest::newRow("418") << 418 << QByteArray("teapot") << u"HTTP 418: teapot"_s;
     QTest::newRow("429") << 429 << QByteArray("Too many") << u"HTTP 429: Too many"_s;
     QTest::newRow("500 empty") << 500 << QByteArray() << u"HTTP 500: "_s;
     QTest::newRow("500 invalid UTF-8")
