@@ -53,12 +53,18 @@ void copy(const QString& text) {
     QGuiApplication::clipboard()->setText(text);
 }
 
-bool isTransportFailure(QNetworkReply::NetworkError error) {
-    // Errors from 200 to 299 and from 400 to 499 stand for HTTP statuses; a page's title is
-    // read whatever its status.
+// Whether the reply failed before a whole answer arrived. Qt reports the HTTP statuses of
+// 400 and above as errors of its own (most 4xx as 201..299, 400 and 418 as a protocol error,
+// 407 as a proxy error, 5xx as 401..499); those pages were answered, and their titles count.
+bool isTransportFailure(const QNetworkReply* reply) {
+    const QNetworkReply::NetworkError error = reply->error();
+    if (error == QNetworkReply::NoError)
+        return false;
     const int code = int(error);
-    return error != QNetworkReply::NoError && !(code >= 200 && code < 300) &&
-           !(code >= 400 && code < 500);
+    const bool fromStatus = (code >= 200 && code < 300) || (code >= 400 && code < 500) ||
+                            error == QNetworkReply::ProtocolInvalidOperationError ||
+                            error == QNetworkReply::ProxyAuthenticationRequiredError;
+    return !(fromStatus && reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid());
 }
 
 QCoro::Task<std::optional<QString>> readPageTitle(QString address,
@@ -108,7 +114,7 @@ QCoro::Task<std::optional<QString>> readPageTitle(QString address,
         co_return title;
     if (cut)
         co_return PageTitle::extractFromPrefix(body);
-    if (isTransportFailure(raw->error()))
+    if (isTransportFailure(raw))
         co_return std::nullopt;
     body += raw->readAll();
     if (body.size() > PageTitle::readLimit)
