@@ -55,6 +55,7 @@ private Q_SLOTS:
     void saveLeavesNoTemporaryFile();
     void saveReplacesFileWhole();
     void saveReplacesRatherThanRewrites();
+    void saveUsesDefaultPermissions();
     void saveFailsWhenFolderCannotBeMade();
     void saveFailsWhenTargetIsAFolder();
     void saveThenLoadRoundTrips_data();
@@ -543,6 +544,23 @@ void tst_AppConfig::saveReplacesRatherThanRewrites() {
     QVERIFY(oldFile.open(QIODevice::ReadOnly));
     QCOMPARE(oldFile.readAll(), old);
     QCOMPARE(AppConfig::load().token, u"new"_s);
+}
+
+void tst_AppConfig::saveUsesDefaultPermissions() {
+    // No mode of its own: the file and the folders get what the user's umask leaves.
+    for (const mode_t mask : {mode_t(022), mode_t(077)}) {
+        QVERIFY(QDir(m_home.path() + u"/.config"_s).removeRecursively());
+        const mode_t previous = ::umask(mask);
+        const auto error = AppConfig{u"abc"_s, {}, {}, std::nullopt}.save();
+        ::umask(previous);
+        QCOMPARE(error, std::nullopt);
+        struct stat file {};
+        QCOMPARE(::stat(QFile::encodeName(AppConfig::filePath()).constData(), &file), 0);
+        QCOMPARE(file.st_mode & 0777, 0666 & ~mask);
+        struct stat folder {};
+        QCOMPARE(::stat(QFile::encodeName(tst_AppConfig::folder()).constData(), &folder), 0);
+        QCOMPARE(folder.st_mode & 0777, 0777 & ~mask);
+    }
 }
 
 void tst_AppConfig::saveFailsWhenFolderCannotBeMade() {
