@@ -1,15 +1,131 @@
 #include "settings/SettingsWindowController.h"
 
-#include <QWidget>
+#include "settings/SettingsView.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCursor>
+#include <QEvent>
+#include <QKeySequence>
+#include <QMenu>
+#include <QMenuBar>
+#include <QScreen>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+Environment& configuredEnvironment() {
+    static Environment environment;
+    return environment;
+}
+
+// Never released: the window is hidden on close and shown again.
+SettingsWindowController* instance = nullptr;
+
+// Sends an editing command to the focused widget, as menu commands go to the first responder.
+void sendToFocusWidget(const char* slot) {
+    QWidget* focus = QApplication::focusWidget();
+    if (!focus)
+        return;
+    const QByteArray signature = QByteArray(slot) + "()";
+    if (focus->metaObject()->indexOfSlot(signature.constData()) >= 0)
+        QMetaObject::invokeMethod(focus, slot);
+}
+
+} // namespace
+
+void SettingsWindowController::setEnvironment(const Environment& environment) {
+    configuredEnvironment() = environment;
+}
+
+SettingsWindowController* SettingsWindowController::shared() {
+    return instance;
+}
+
+QMenuBar* SettingsWindowController::mainMenu() const {
+    return m_mainMenu;
+}
+
+SettingsWindowController::SettingsWindowController(SettingsView* window)
+    : QObject(window)
+    , m_window(window) {
+    m_window->installEventFilter(this);
+}
 
 void SettingsWindowController::show() {
-    static QWidget* window = nullptr;
-    if (!window) {
-        window = new QWidget();
-        window->setWindowTitle(QStringLiteral("Quillmar Settings"));
-        window->setFixedSize(500, 460);
+    if (!instance) {
+        auto* view = new SettingsView(configuredEnvironment());
+        view->setObjectName(u"settingsWindow"_s);
+        view->setWindowTitle(u"Quillmar Settings"_s);
+        // Titled and closable only: no minimise or maximise button; the size is fixed.
+        view->setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                             Qt::WindowCloseButtonHint);
+        // Closing hides the window; its views and model stay for the next show.
+        view->setAttribute(Qt::WA_DeleteOnClose, false);
+        QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+        if (!screen)
+            screen = QGuiApplication::primaryScreen();
+        if (screen) {
+            const QRect area = screen->availableGeometry();
+            view->move(area.center() - QPoint(SettingsView::width / 2, SettingsView::height / 2));
+        }
+        instance = new SettingsWindowController(view);
     }
-    window->show();
-    window->raise();
-    window->activateWindow();
+    instance->installEditMenu();
+    instance->m_window->show();
+    instance->m_window->raise();
+    instance->m_window->activateWindow();
+}
+
+void SettingsWindowController::installEditMenu() {
+    removeMainMenu();
+    // Without a parent the menu bar is the application's main menu on platforms that have one
+    // (the global menu of macOS). Linux desktops have none, so its quit command is also
+    // attached to the window below, and the token field brings its own editing keys.
+    m_mainMenu = new QMenuBar();
+    m_mainMenu->setObjectName(u"mainMenu"_s);
+
+    QMenu* application = m_mainMenu->addMenu(QString());
+    m_quitAction = application->addAction(u"Quit Quillmar"_s);
+    m_quitAction->setObjectName(u"quitAction"_s);
+    m_quitAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    m_quitAction->setMenuRole(QAction::QuitRole);
+    connect(m_quitAction, &QAction::triggered, qApp, &QApplication::quit, Qt::QueuedConnection);
+    m_window->addAction(m_quitAction);
+
+    QMenu* edit = m_mainMenu->addMenu(u"Edit"_s);
+    edit->setObjectName(u"editMenu"_s);
+    const struct {
+        QString title;
+        QKeyCombination keys;
+        const char* slot;
+    } commands[] = {
+        {u"Cut"_s, Qt::CTRL | Qt::Key_X, "cut"},
+        {u"Copy"_s, Qt::CTRL | Qt::Key_C, "copy"},
+        {u"Paste"_s, Qt::CTRL | Qt::Key_V, "paste"},
+        {u"Select All"_s, Qt::CTRL | Qt::Key_A, "selectAll"},
+    };
+    for (const auto& command : commands) {
+        QAction* action = edit->addAction(command.title);
+        action->setShortcut(QKeySequence(command.keys));
+        const char* slot = command.slot;
+        connect(action, &QAction::triggered, action, [slot] { sendToFocusWidget(slot); });
+    }
+}
+
+void SettingsWindowController::removeMainMenu() {
+    if (m_quitAction)
+        m_window->removeAction(m_quitAction);
+    if (m_mainMenu)
+        m_mainMenu->deleteLater();
+    m_mainMenu = nullptr;
+    m_quitAction = nullptr;
+}
+
+bool SettingsWindowController::eventFilter(QObject* watched, QEvent* event) {
+    // Closing leaves the application without a main menu; unsaved edits stay in the model.
+    if (watched == m_window && event->type() == QEvent::Close)
+        removeMainMenu();
+    return false;
 }

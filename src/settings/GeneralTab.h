@@ -1,0 +1,48 @@
+#pragma once
+
+#include "config/Environment.h"
+
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QWidget>
+
+class PinList;
+class PinRow;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class SettingsViewModel;
+
+// The "General" tab: the API token with "Load" and the link to get one, then the collections
+// and tags to pin (or what stands in their place), then the last load's error.
+class GeneralTab : public QWidget {
+    Q_OBJECT
+public:
+    // Only the most used tags are offered; the service sends them first.
+    static constexpr int maximumTagRows = 50;
+
+    GeneralTab(SettingsViewModel* model, const Environment& environment, QWidget* parent = nullptr);
+
+private:
+    void showToken();
+    void updateButtons();
+    void updateMiddle();
+    void rebuildCollectionRows();
+    void rebuildTagRows();
+    void updateCollectionTicks();
+    void updateTagTicks();
+    void updateError();
+
+    SettingsViewModel* m_model;
+    QLineEdit* m_tokenField;
+    QPushButton* m_loadButton;
+    QWidget* m_loadingRow;
+    QWidget* m_listsRow;
+    QLabel* m_hint;
+    QLabel* m_error;
+    PinList* m_collectionsList;
+    PinList* m_tagsList;
+    QList<QPair<qint64, PinRow*>> m_collectionRows;
+    QList<QPair<QString, PinRow*>> m_tagRows;
+};

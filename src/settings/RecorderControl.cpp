@@ -1,0 +1,198 @@
+#include "settings/RecorderControl.h"
+
+#include "app/KeyCodeTable.h"
+#include "settings/SettingsStyle.h"
+
+#include <QApplication>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QKeySequence>
+#include <QLabel>
+#include <QPainter>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The key under a shifted symbol on the US layout, whose positions the configuration's key
+// codes number: Shift+1 arrives as "!", yet the key to register is the 1 key.
+std::optional<int> unshiftedKey(int qtKey) {
+    static const QString shifted = uR"(!@#$%^&*()_+{}|:"<>?~)"_s;
+    static const QString unshifted = uR"(1234567890-=[]\;',./`)"_s;
+    if (qtKey < 0x20 || qtKey > 0x7e)
+        return std::nullopt;
+    const qsizetype index = shifted.indexOf(QChar(qtKey));
+    if (index < 0)
+        return std::nullopt;
+    return unshifted.at(index).unicode();
+}
+
+std::optional<std::uint16_t> keyCodeFor(int qtKey) {
+    if (const auto code = KeyCodeTable::keyCode(qtKey))
+        return code;
+    if (const auto base = unshiftedKey(qtKey))
+        return KeyCodeTable::keyCode(*base);
+    return std::nullopt;
+}
+
+} // namespace
+
+RecorderControl::RecorderControl(QWidget* parent)
+    : QWidget(parent)
+    , m_label(new QLabel(this)) {
+    setFocusPolicy(Qt::ClickFocus);
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+
+    m_label->setObjectName(QStringLiteral("recorderLabel"));
+    m_label->setAlignment(Qt::AlignCenter);
+    // A long label is cut inside the field rather than widening it.
+    m_label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_label->setAttribute(Qt::WA_TransparentForMouseEvents);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(8, 0, 8, 0);
+    layout->addWidget(m_label);
+
+    updateDisplay();
+}
+
+void RecorderControl::setShortcut(const std::optional<ShortcutConfig>& shortcut) {
+    m_shortcut = shortcut;
+    updateDisplay();
+}
+
+QSize RecorderControl::sizeHint() const {
+    return {160, 28};
+}
+
+QSize RecorderControl::minimumSizeHint() const {
+    return sizeHint();
+}
+
+QString RecorderControl::keyLabel(int qtKey) {
+    // Shift+Tab arrives as Backtab; the key is still Tab.
+    if (qtKey == Qt::Key_Backtab)
+        qtKey = Qt::Key_Tab;
+    const QString name = QKeySequence(qtKey).toString(QKeySequence::NativeText).toUpper();
+    return name.isEmpty() ? u"?"_s : name;
+}
+
+void RecorderControl::startRecording() {
+    m_isRecording = true;
+    setFocus(Qt::OtherFocusReason);
+    updateDisplay();
+    // Application-wide, so that the key presses reach this control before any shortcut or
+    // text field does; removed again as soon as recording stops.
+    qApp->installEventFilter(this);
+}
+
+void RecorderControl::stopRecording() {
+    m_isRecording = false;
+    updateDisplay();
+    qApp->removeEventFilter(this);
+}
+
+bool RecorderControl::eventFilter(QObject*, QEvent* event) {
+    switch (event->type()) {
+    case QEvent::ShortcutOverride:
+        // Accepted: Qt then delivers the key as a plain key press instead of firing a
+        // shortcut such as Ctrl+Q, and that press lands below.
+        event->accept();
+        return true;
+    case QEvent::KeyPress:
+        handleKeyEvent(static_cast<QKeyEvent*>(event));
+        return true;
+    default:
+        return false;
+    }
+}
+
+void RecorderControl::handleKeyEvent(const QKeyEvent* event) {
+    // Keys without a code in the table cannot be stored or registered: media keys, and the
+    // modifier keys themselves, which arrive on their own on the way to a combination. They
+    // are swallowed and recording goes on.
+    const std::optional<std::uint16_t> code = keyCodeFor(event->key());
+    if (!code)
+        return;
+    if (*code == escapeKeyCode) {
+        stopRecording();
+        return;
+    }
+    if (*code == deleteKeyCode || *code == forwardDeleteKeyCode) {
+        m_shortcut.reset();
+        updateDisplay();
+        Q_EMIT changed(m_shortcut);
+        stopRecording();
+        return;
+    }
+    // Only the four modifier bits count; keypad and group bits are dropped.
+    const std::uint64_t flags =
+        KeyCodeTable::modifierFlags(event->modifiers()) & ShortcutConfig::ModifierMask;
+    if (flags == 0)
+        return;
+    m_shortcut = ShortcutConfig{*code, flags, keyLabel(event->key())};
+    updateDisplay();
+    Q_EMIT changed(m_shortcut);
+    stopRecording();
+}
+
+void RecorderControl::mousePressEvent(QMouseEvent* event) {
+    if (m_isRecording)
+        stopRecording();
+    else
+        startRecording();
+    event->accept();
+}
+
+void RecorderControl::focusOutEvent(QFocusEvent* event) {
+    if (m_isRecording)
+        stopRecording();
+    QWidget::focusOutEvent(event);
+}
+
+void RecorderControl::hideEvent(QHideEvent* event) {
+    // A closed window must not keep swallowing the application's keys.
+    if (m_isRecording)
+        stopRecording();
+    QWidget::hideEvent(event);
+}
+
+void RecorderControl::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange)
+        updateDisplay();
+    QWidget::changeEvent(event);
+}
+
+void RecorderControl::updateDisplay() {
+    const QPalette colours = palette();
+    QColor textColour;
+    if (m_isRecording) {
+        const QColor accent = SettingsStyle::accentColor(colours);
+        m_borderColor = accent;
+        m_backgroundColor = accent;
+        m_backgroundColor.setAlphaF(0.08f);
+        m_label->setText(u"Type shortcut…"_s);
+        textColour = accent;
+    } else {
+        m_borderColor = colours.color(QPalette::Mid);
+        m_backgroundColor = colours.color(QPalette::Base);
+        if (m_shortcut) {
+            m_label->setText(m_shortcut->displayString());
+            textColour = colours.color(QPalette::Text);
+        } else {
+            m_label->setText(u"Click to record"_s);
+            textColour = SettingsStyle::secondaryColor(colours);
+        }
+    }
+    QPalette labelColours = m_label->palette();
+    labelColours.setColor(QPalette::WindowText, textColour);
+    m_label->setPalette(labelColours);
+    update();
+}
+
+void RecorderControl::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(m_borderColor, 1));
+    painter.setBrush(m_backgroundColor);
+    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
+}

@@ -1,0 +1,124 @@
+#include "settings/SettingsStyle.h"
+
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPixmap>
+#include <QWidget>
+
+#include <functional>
+
+namespace SettingsStyle {
+
+QFont headlineFont(const QFont& base) {
+    QFont font = base;
+    font.setBold(true);
+    return font;
+}
+
+QFont captionFont(const QFont& base) {
+    QFont font = base;
+    font.setPointSizeF(base.pointSizeF() * 0.85);
+    return font;
+}
+
+QColor accentColor(const QPalette& palette) {
+    return palette.color(QPalette::Highlight);
+}
+
+QColor secondaryColor(const QPalette& palette) {
+    return palette.color(QPalette::PlaceholderText);
+}
+
+void setTextColor(QWidget* widget, const QColor& color) {
+    QPalette palette = widget->palette();
+    palette.setColor(QPalette::WindowText, color);
+    palette.setColor(QPalette::ButtonText, color);
+    palette.setColor(QPalette::Text, color);
+    widget->setPalette(palette);
+}
+
+namespace {
+
+// Renders a symbol drawn on a 32 x 32 grid at the sizes tab bars ask for.
+QIcon drawnIcon(const std::function<void(QPainter&, const QColor&)>& draw) {
+    const QColor ink = QGuiApplication::palette().color(QPalette::WindowText);
+    QIcon icon;
+    for (int size : {16, 22, 32, 48}) {
+        QPixmap pixmap(size, size);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.scale(size / 32.0, size / 32.0);
+        draw(painter, ink);
+        painter.end();
+        icon.addPixmap(pixmap);
+    }
+    return icon;
+}
+
+void drawGear(QPainter& painter, const QColor& ink) {
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(ink);
+    painter.translate(16, 16);
+    for (int tooth = 0; tooth < 8; ++tooth) {
+        painter.save();
+        painter.rotate(tooth * 45.0);
+        painter.drawRoundedRect(QRectF(-3, -15, 6, 8), 1.5, 1.5);
+        painter.restore();
+    }
+    QPainterPath wheel;
+    wheel.addEllipse(QPointF(0, 0), 11, 11);
+    QPainterPath hole;
+    hole.addEllipse(QPointF(0, 0), 4.5, 4.5);
+    painter.drawPath(wheel.subtracted(hole));
+}
+
+void drawKeyboard(QPainter& painter, const QColor& ink) {
+    painter.setPen(QPen(ink, 2));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(QRectF(2, 7, 28, 18), 3, 3);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(ink);
+    for (int row = 0; row < 2; ++row) {
+        for (int column = 0; column < 6; ++column)
+            painter.drawRect(QRectF(5.5 + column * 3.8, 10.5 + row * 4, 2.4, 2.4));
+    }
+    painter.drawRect(QRectF(9, 19.5, 14, 2.4));
+}
+
+} // namespace
+
+QIcon generalIcon() {
+    return QIcon::fromTheme(QStringLiteral("preferences-system"), drawnIcon(drawGear));
+}
+
+QIcon shortcutsIcon() {
+    return QIcon::fromTheme(QStringLiteral("input-keyboard"), drawnIcon(drawKeyboard));
+}
+
+void paintCheckBox(QPainter& painter, const QRectF& box, bool ticked, const QPalette& palette) {
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (ticked) {
+        const QColor accent = accentColor(palette);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(accent);
+        painter.drawRoundedRect(box, 3, 3);
+        QPainterPath check;
+        check.moveTo(box.left() + box.width() * 0.24, box.top() + box.height() * 0.52);
+        check.lineTo(box.left() + box.width() * 0.43, box.top() + box.height() * 0.71);
+        check.lineTo(box.left() + box.width() * 0.77, box.top() + box.height() * 0.31);
+        painter.setPen(QPen(palette.color(QPalette::HighlightedText), box.width() * 0.14,
+                            Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawPath(check);
+    } else {
+        painter.setPen(QPen(secondaryColor(palette), 1.2));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRoundedRect(box.adjusted(0.6, 0.6, -0.6, -0.6), 3, 3);
+    }
+    painter.restore();
+}
+
+} // namespace SettingsStyle

@@ -1,0 +1,378 @@
+#include "SettingsFixtures.h"
+#include "TestHttpServer.h"
+#include "config/SettingsNotifier.h"
+#include "settings/PinList.h"
+#include "settings/PinRow.h"
+#include "settings/SettingsView.h"
+#include "settings/SettingsViewModel.h"
+
+#include <QDesktopServices>
+#include <QFrame>
+#include <QLabel>
+#include <QLayout>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTextDocument>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace SettingsFixtures;
+
+// Stands in for the browser: records the addresses that would have been opened.
+class LinkCatcher : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+public Q_SLOTS:
+    void open(const QUrl& url) { opened.append(url); }
+};
+
+class tst_SettingsView : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<TestHttpServer> m_server;
+    SettingsView* m_view = nullptr;
+
+    template <typename T> T* find(const QString& name) const {
+        T* widget = m_view->findChild<T*>(name);
+        if (!widget)
+            qFatal("no widget %s", qPrintable(name));
+        return widget;
+    }
+    QLineEdit* tokenField() const { return find<QLineEdit>(u"tokenField"_s); }
+    QPushButton* loadButton() const { return find<QPushButton>(u"loadButton"_s); }
+    QPushButton* saveButton() const { return find<QPushButton>(u"saveButton"_s); }
+    QWidget* loadingRow() const { return find<QWidget>(u"loadingRow"_s); }
+    QWidget* lists() const { return find<QWidget>(u"pinLists"_s); }
+    QLabel* hint() const { return find<QLabel>(u"loadHint"_s); }
+    QLabel* error() const { return find<QLabel>(u"errorCaption"_s); }
+    PinList* collectionsList() const { return find<PinList>(u"collectionsList"_s); }
+    PinList* tagsList() const { return find<PinList>(u"tagsList"_s); }
+    SettingsViewModel* model() const { return m_view->vm(); }
+
+    // Which of the middle area's four states is on screen.
+    QString middle() const {
+        QStringList shown;
+        if (loadingRow()->isVisible())
+            shown << u"loading"_s;
+        if (lists()->isVisible())
+            shown << u"lists"_s;
+        if (hint()->isVisible())
+            shown << u"hint"_s;
+        return shown.isEmpty() ? u"nothing"_s : shown.join(u'+');
+    }
+
+    void open(const Environment& environment) {
+        m_view = new SettingsView(environment);
+        m_view->show();
+        QVERIFY(QTest::qWaitForWindowActive(m_view));
+    }
+    void open() { open(environmentFor(*m_server)); }
+
+private Q_SLOTS:
+    void init() {
+        removeConfig();
+        m_server = std::make_unique<TestHttpServer>();
+        serveAccount(*m_server, {{1, u"Inbox"_s, 0}, {2, u"Reading"_s, 1}, {3, u"Work"_s, 42}},
+                     {{u"news"_s, 7}, {u"unused"_s, 0}});
+    }
+
+    void cleanup() {
+        delete m_view;
+        m_view = nullptr;
+        m_server.reset();
+        removeConfig();
+    }
+
+    void itHasTwoTabsAboveADividerAndSave() {
+        open();
+        QCOMPARE(m_view->size(), QSize(500, 460));
+        QCOMPARE(m_view->minimumSize(), QSize(500, 460));
+        QCOMPARE(m_view->maximumSize(), QSize(500, 460));
+        auto* tabs = find<QTabWidget>(u"settingsTabs"_s);
+        QCOMPARE(tabs->count(), 2);
+        QCOMPARE(tabs->tabText(0), u"General"_s);
+        QCOMPARE(tabs->tabText(1), u"Shortcuts"_s);
+        QVERIFY(!tabs->tabIcon(0).isNull());
+        QVERIFY(!tabs->tabIcon(1).isNull());
+        QCOMPARE(tabs->widget(0)->objectName(), u"generalTab"_s);
+        QCOMPARE(tabs->widget(1)->objectName(), u"shortcutsTab"_s);
+        auto* divider = find<QFrame>(u"divider"_s);
+        QCOMPARE(divider->frameShape(), QFrame::HLine);
+        QVERIFY(divider->geometry().top() >= tabs->geometry().bottom());
+        QPushButton* save = saveButton();
+        QCOMPARE(save->text(), u"Save"_s);
+        QVERIFY(save->isDefault());
+        QCOMPARE(save->geometry().right(), 500 - 20 - 1);
+        QCOMPARE(save->geometry().bottom(), 460 - 12 - 1);
+        QCOMPARE(save->geometry().top() - divider->geometry().bottom() - 1, 12);
+        QCOMPARE(save->palette().color(QPalette::Active, QPalette::Button),
+                 m_view->palette().color(QPalette::Highlight));
+    }
+
+    void theTokenSectionReadsAsDesigned() {
+        open();
+        QCOMPARE(find<QLabel>(u"tokenHeading"_s)->text(), u"API Token"_s);
+        QVERIFY(find<QLabel>(u"tokenHeading"_s)->font().bold());
+        QCOMPARE(tokenField()->placeholderText(), u"Paste your Raindrop API token"_s);
+        QCOMPARE(tokenField()->echoMode(), QLineEdit::Normal);
+        QCOMPARE(loadButton()->text(), u"Load"_s);
+        QCOMPARE(find<QWidget>(u"generalTab"_s)->layout()->contentsMargins(),
+                 QMargins(20, 20, 20, 20));
+    }
+
+    void theLinkLeadsToTheIntegrationsPage() {
+        open(Environment());
+        auto* link = find<QLabel>(u"tokenLink"_s);
+        QTextDocument document;
+        document.setHtml(link->text());
+        QCOMPARE(document.toPlainText(), u"Get your API token at app.raindrop.io → Integrations"_s);
+        QVERIFY(link->text().contains(u"href=\"https://app.raindrop.io/settings/integrations\""_s));
+        QVERIFY(link->font().pointSizeF() < m_view->font().pointSizeF());
+
+        LinkCatcher browser;
+        QDesktopServices::setUrlHandler(u"https"_s, &browser, "open");
+        const QPoint onText(link->fontMetrics().horizontalAdvance(u"Get your"_s),
+                            link->height() / 2);
+        QTest::mouseClick(link, Qt::LeftButton, {}, onText);
+        QDesktopServices::unsetUrlHandler(u"https"_s);
+        QCOMPARE(browser.opened,
+                 QList<QUrl>{QUrl(u"https://app.raindrop.io/settings/integrations"_s)});
+    }
+
+    void anEmptyTokenDisablesLoadAndSaveUntilTyping() {
+        open();
+        QVERIFY(!loadButton()->isEnabled());
+        QVERIFY(!saveButton()->isEnabled());
+        QCOMPARE(middle(), u"nothing"_s);
+        QVERIFY(!error()->isVisible());
+        QTest::qWait(50);
+        QCOMPARE(m_server->requestCount(), 0);
+
+        QTest::keyClicks(tokenField(), u"a"_s);
+        QCOMPARE(model()->token(), u"a"_s);
+        QVERIFY(loadButton()->isEnabled());
+        QVERIFY(saveButton()->isEnabled());
+        QCOMPARE(middle(), u"hint"_s);
+        QCOMPARE(hint()->text(), u"Click Load to fetch your collections and tags."_s);
+
+        QTest::keyClick(tokenField(), Qt::Key_Backspace);
+        QVERIFY(!loadButton()->isEnabled());
+        QVERIFY(!saveButton()->isEnabled());
+        QCOMPARE(middle(), u"nothing"_s);
+    }
+
+    void aTokenOfSpacesCanBeSavedButLoadsNothing() {
+        open();
+        QTest::keyClicks(tokenField(), u"   "_s);
+        QVERIFY(saveButton()->isEnabled());
+        QVERIFY(loadButton()->isEnabled());
+        QTest::mouseClick(loadButton(), Qt::LeftButton);
+        QTest::qWait(50);
+        QCOMPARE(m_server->requestCount(), 0);
+        QCOMPARE(middle(), u"hint"_s);
+        QVERIFY(!error()->isVisible());
+    }
+
+    void theViewLoadsWhenItComesOnScreen() {
+        writeConfig(R"({"token": "tok\n", "pinned_collections": [3], "pinned_tags": ["news"]})");
+        serveAccount(*m_server, {{1, u"Inbox"_s, 0}, {2, u"Reading"_s, 1}, {3, u"Work"_s, 42}},
+                     {{u"news"_s, 7}, {u"unused"_s, 0}}, 300ms);
+        open();
+        QCOMPARE(tokenField()->text(), u"tok\n"_s);
+        QVERIFY(m_server->waitForRequests(2));
+        QCOMPARE(middle(), u"loading"_s);
+        QVERIFY(!loadButton()->isEnabled());
+        for (const TestHttpServer::Request& request : m_server->requests())
+            QCOMPARE(request.header("authorization"), QByteArray("Bearer tok"));
+
+        QTRY_COMPARE(middle(), u"lists"_s);
+        QVERIFY(loadButton()->isEnabled());
+        QCOMPARE(collectionsList()->title(), u"📁 Pinned Collections"_s);
+        QCOMPARE(tagsList()->title(), u"\U0001F3F7 Pinned Tags"_s);
+
+        const QList<PinRow*> collections = collectionsList()->rows();
+        QCOMPARE(collections.size(), 3);
+        QCOMPARE(collections[0]->label(), u"Inbox"_s);
+        QCOMPARE(collections[0]->badge(), std::nullopt);
+        QCOMPARE(collections[1]->badge(), std::optional(u"1"_s));
+        QCOMPARE(collections[2]->label(), u"Work"_s);
+        QCOMPARE(collections[2]->badge(), std::optional(u"42"_s));
+        QCOMPARE(collections[2]->isPinned(), true);
+        QCOMPARE(collections[0]->isPinned(), false);
+
+        const QList<PinRow*> tags = tagsList()->rows();
+        QCOMPARE(tags.size(), 2);
+        QCOMPARE(tags[0]->label(), u"#news"_s);
+        QCOMPARE(tags[0]->badge(), std::optional(u"7"_s));
+        QVERIFY(tags[0]->isPinned());
+        QCOMPARE(tags[1]->label(), u"#unused"_s);
+        QCOMPARE(tags[1]->badge(), std::optional(u"0"_s));
+        QVERIFY(!tags[1]->isPinned());
+    }
+
+    void theListsAreLaidOutSideBySide() {
+        writeConfig(R"({"token": "tok"})");
+        open();
+        QTRY_COMPARE(middle(), u"lists"_s);
+        const QRect left = collectionsList()->geometry();
+        const QRect right = tagsList()->geometry();
+        QCOMPARE(right.left() - left.right() - 1, 16);
+        QCOMPARE(left.top(), right.top());
+        QCOMPARE(left.width(), right.width());
+        auto* box = collectionsList()->findChild<QWidget*>(u"pinListScrollArea"_s);
+        QVERIFY(box->height() <= PinList::maximumListHeight);
+        QCOMPARE(box->geometry().top() -
+                     collectionsList()->findChild<QLabel*>(u"pinListTitle"_s)->geometry().bottom() -
+                     1,
+                 6);
+        const QList<PinRow*> rows = collectionsList()->rows();
+        QCOMPARE(rows[0]->mapTo(box, QPoint(0, 0)).x(), 1 + 6);
+        QCOMPARE(rows[1]->geometry().top() - rows[0]->geometry().bottom() - 1, 2);
+    }
+
+    void onlyTheFirstFiftyTagsAreOffered() {
+        QList<Tag> many;
+        for (int i = 0; i < 60; ++i)
+            many.append({u"tag%1"_s.arg(i, 2, 10, QLatin1Char('0')), 100 - i});
+        serveAccount(*m_server, {}, many);
+        writeConfig(R"({"token": "tok", "pinned_tags": ["tag55", "tag01"]})");
+        open();
+        QTRY_COMPARE(middle(), u"lists"_s);
+        // Both lists are shown, even the empty one.
+        QVERIFY(collectionsList()->isVisible());
+        QCOMPARE(collectionsList()->rows().size(), 0);
+        const QList<PinRow*> rows = tagsList()->rows();
+        QCOMPARE(rows.size(), 50);
+        QCOMPARE(rows.first()->label(), u"#tag00"_s);
+        QCOMPARE(rows.last()->label(), u"#tag49"_s);
+        QVERIFY(rows[1]->isPinned());
+
+        QTest::mouseClick(saveButton(), Qt::LeftButton);
+        AppConfig expected;
+        expected.token = u"tok"_s;
+        expected.pinnedTags = {u"tag01"_s, u"tag55"_s};
+        expected.openMenuShortcut = ShortcutConfig::defaultShortcut();
+        QCOMPARE(readConfig(), expected.encode());
+    }
+
+    void clickingARowChangesOnlyTheModel() {
+        const QByteArray file = R"({"token": "tok", "pinned_collections": [3]})";
+        writeConfig(file);
+        open();
+        QTRY_COMPARE(middle(), u"lists"_s);
+        PinRow* inbox = collectionsList()->rows()[0];
+        PinRow* work = collectionsList()->rows()[2];
+        QTest::mouseClick(inbox, Qt::LeftButton, {},
+                          QPoint(inbox->width() - 3, inbox->height() / 2));
+        QVERIFY(inbox->isPinned());
+        QTest::mouseClick(work, Qt::LeftButton);
+        QVERIFY(!work->isPinned());
+        QCOMPARE(model()->pinnedCollectionIds(), QSet<qint64>{1});
+        PinRow* unused = tagsList()->rows()[1];
+        QTest::mouseClick(unused, Qt::LeftButton);
+        QVERIFY(unused->isPinned());
+        QCOMPARE(model()->pinnedTags(), QSet<QString>{u"unused"_s});
+        QTest::mouseClick(unused, Qt::LeftButton);
+        QVERIFY(!unused->isPinned());
+        QVERIFY(model()->pinnedTags().isEmpty());
+        QCOMPARE(readConfig(), file);
+    }
+
+    void loadUsesTheTypedToken() {
+        writeConfig(R"({"token": "old"})");
+        open();
+        QTRY_COMPARE(middle(), u"lists"_s);
+        m_server->clearRequests();
+        tokenField()->selectAll();
+        QTest::keyClicks(tokenField(), u"new"_s);
+        QTest::mouseClick(loadButton(), Qt::LeftButton);
+        QVERIFY(m_server->waitForRequests(2));
+        for (const TestHttpServer::Request& request : m_server->requests())
+            QCOMPARE(request.header("authorization"), QByteArray("Bearer new"));
+        QTRY_VERIFY(!model()->isLoading());
+    }
+
+    void anExpiredTokenIsExplainedAndTheListsStay() {
+        writeConfig(R"({"token": "tok"})");
+        open();
+        QTRY_COMPARE(middle(), u"lists"_s);
+        m_server->on("GET", u"/rest/v1/collections"_s, {401, "Unauthorized", {}, {}, {}});
+        m_server->on("GET", u"/rest/v1/tags"_s, {401, "Unauthorized", {}, {}, {}});
+        QTest::mouseClick(loadButton(), Qt::LeftButton);
+        QTRY_VERIFY(error()->isVisible());
+        QCOMPARE(error()->text(),
+                 u"Could not load: Invalid API token — check your token and try again."_s);
+        QCOMPARE(error()->palette().color(QPalette::WindowText), QColor(0xE0, 0x1B, 0x24));
+        QVERIFY(error()->font().pointSizeF() < m_view->font().pointSizeF());
+        QVERIFY(error()->geometry().top() > lists()->geometry().bottom());
+        QCOMPARE(middle(), u"lists"_s);
+        QCOMPARE(collectionsList()->rows().size(), 3);
+        QVERIFY(loadButton()->isEnabled());
+        QVERIFY(tokenField()->isEnabled());
+    }
+
+    void aServiceThatIsDownIsExplained() {
+        writeConfig(R"({"token": "tok"})");
+        Environment environment = environmentFor(*m_server);
+        m_server.reset();
+        open(environment);
+        QTRY_VERIFY(error()->isVisible());
+        QVERIFY(error()->text().startsWith(u"Could not load: "_s));
+        QCOMPARE(middle(), u"hint"_s);
+        QVERIFY(saveButton()->isEnabled());
+        QVERIFY(loadButton()->isEnabled());
+    }
+
+    void aServiceAnsweringOddlyIsExplained() {
+        writeConfig(R"({"token": "tok"})");
+        m_server->on("GET", u"/rest/v1/tags"_s, TestHttpServer::Response::json("<html>"));
+        open();
+        QTRY_VERIFY(error()->isVisible());
+        QVERIFY(error()->text().startsWith(u"Could not load: "_s));
+        QCOMPARE(error()->textFormat(), Qt::PlainText);
+    }
+
+    void aSlowServiceLeavesTheWindowUsable() {
+        writeConfig(R"({"token": "tok"})");
+        serveAccount(*m_server, {{1, u"Inbox"_s, 0}}, {}, 3s);
+        open();
+        QVERIFY(m_server->waitForRequests(2));
+        QCOMPARE(middle(), u"loading"_s);
+        QTest::keyClicks(tokenField(), u"x"_s);
+        QCOMPARE(model()->token(), u"tokx"_s);
+        QVERIFY(!loadButton()->isEnabled());
+        QVERIFY(saveButton()->isEnabled());
+        QTest::mouseClick(saveButton(), Qt::LeftButton);
+        QVERIFY(!m_view->isVisible());
+        // Leaving the screen ends the load started on showing.
+        QTRY_VERIFY(!model()->isLoading());
+        QVERIFY(!model()->errorMessage());
+        QCOMPARE(model()->collections().size(), 0);
+        QVERIFY(readConfig().contains("\"tokx\""));
+    }
+
+    void saveWritesClosesAndAnnounces() {
+        writeConfig(R"({"token": "tok"})");
+        open();
+        QTRY_COMPARE(middle(), u"lists"_s);
+        QTest::mouseClick(collectionsList()->rows()[1], Qt::LeftButton);
+        QSignalSpy announced(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged);
+        QTest::mouseClick(saveButton(), Qt::LeftButton);
+        QCOMPARE(announced.count(), 1);
+        QVERIFY(!m_view->isVisible());
+        AppConfig expected;
+        expected.token = u"tok"_s;
+        expected.pinnedCollectionIds = {2};
+        expected.openMenuShortcut = ShortcutConfig::defaultShortcut();
+        QCOMPARE(readConfig(), expected.encode());
+    }
+};
+
+QTEST_MAIN(tst_SettingsView)
+#include "tst_SettingsView.moc"
