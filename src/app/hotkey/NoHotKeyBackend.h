@@ -1,0 +1,14 @@
+#pragma once
+
+#include "app/hotkey/HotKeyBackend.h"
+
+// For desktops without any global-shortcut facility that Quillmar can use: the key never fires.
+// Users there bind the ShowMenu command of SingleInstance in their desktop's own settings.
+class NoHotKeyBackend : public HotKeyBackend {
+    Q_OBJECT
+public:
+    using HotKeyBackend::HotKeyBackend;
+
+    void registerHotKey(const Registration& registration) override;
+    void unregisterHotKey() override;
+};
