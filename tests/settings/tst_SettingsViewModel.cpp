@@ -164,7 +164,7 @@ private Q_SLOTS:
 
     void aLoadFetchesBothListsAtOnce() {
         TestHttpServer server;
-        serveAccount(server, someCollections, someTags, 300ms);
+        serveAccount(server, someCollections, someTags, 1s);
         SettingsViewModel model(environmentFor(server));
         model.setToken(u"tok"_s);
         QStringList order;
@@ -177,7 +177,7 @@ private Q_SLOTS:
         QCoro::Task<void> load = model.loadData();
         QVERIFY(model.isLoading());
         // Both requests reach the server before either is answered.
-        QVERIFY(server.waitForRequests(2, 250ms));
+        QVERIFY(server.waitForRequests(2, 900ms));
         QVERIFY(model.isLoading());
         QCoro::waitFor(load);
         QCOMPARE(order, (QStringList{u"loading"_s, u"collections"_s, u"tags"_s, u"done"_s}));
