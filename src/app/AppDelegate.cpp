@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QKeySequence>
 #include <QMenu>
+#include <QPointer>
 
 AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, QObject* parent)
     : QObject(parent)
@@ -49,6 +50,13 @@ void AppDelegate::start(const AppConfig& config) {
         std::make_unique<MenuManager>(m_statusItem.get(), config, m_environment, m_timings);
     m_menuManager->buildInitialMenu();
     m_menuManager->loadData();
+
+    // The key opens whichever menu the tray icon has then; the action holds the delegate weakly.
+    m_hotKeyManager.update(config.openMenuShortcut.value_or(ShortcutConfig::defaultShortcut()),
+                           [self = QPointer<AppDelegate>(this)] {
+                               if (self && self->m_statusItem)
+                                   self->m_statusItem->performClick();
+                           });
 }
 
 void AppDelegate::settingsChanged() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/HotKeyManager.h"
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
@@ -36,4 +37,6 @@ private:
     MenuManager::Timings m_timings;
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<MenuManager> m_menuManager;
+    // Created with the delegate and kept for the whole run, across every start.
+    HotKeyManager m_hotKeyManager;
 };
