@@ -174,7 +174,9 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
     , m_config(std::move(config))
     , m_environment(std::move(environment))
     , m_timings(std::move(timings))
-    , m_api(RaindropAPI::create(m_config.token, m_environment.apiBase, m_timings.requestTimeout)) {
+    , m_api(RaindropAPI::create(m_config.token, m_environment.apiBase, m_timings.requestTimeout))
+    , m_updateChecker(m_environment, {.firstCheckDelay = m_timings.updateCheckDelay,
+                                      .checkInterval = m_timings.updateCheckInterval}) {
     m_prefetchTimer.setSingleShot(true);
     m_prefetchTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_prefetchTimer, &QTimer::timeout, this, [this] {
@@ -197,6 +199,7 @@ void MenuManager::buildInitialMenu() {
 void MenuManager::loadData() {
     buildFullMenu();
     m_refreshTimer.start(m_timings.refreshInterval);
+    scheduleUpdateChecks();
 }
 
 void MenuManager::refresh() {
@@ -360,7 +363,8 @@ void MenuManager::appendFooter(QMenu* menu) {
     refresh->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
     connect(refresh, &QAction::triggered, this, &MenuManager::refresh);
     addHeader(menu, u"Quillmar v"_s + m_environment.version);
-    menu->addAction(u"Check for Updates…"_s);
+    QAction* updates = menu->addAction(u"Check for Updates…"_s);
+    connect(updates, &QAction::triggered, this, &MenuManager::checkForUpdates);
     addQuitItem(menu);
 }
 
@@ -526,6 +530,18 @@ void MenuManager::editInRaindrop(QAction* item) {
 void MenuManager::toggleFavourite(QAction* item) {
     if (const auto bookmark = bookmarkOf(item))
         setFavourite(m_api, bookmark->id, !bookmark->important);
+}
+
+void MenuManager::checkForUpdates() {
+    m_updateChecker.checkForUpdates();
+}
+
+void MenuManager::scheduleUpdateChecks() {
+    m_updateChecker.scheduleUpdateChecks();
+}
+
+QCoro::Task<> MenuManager::checkForUpdatesSilently() {
+    return m_updateChecker.checkForUpdatesSilently();
 }
 
 void MenuManager::openSettings() {

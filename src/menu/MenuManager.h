@@ -5,6 +5,7 @@
 #include "menu/LazyMenuDelegate.h"
 #include "service/Raindrop.h"
 #include "service/RaindropAPI.h"
+#include "update/UpdateChecker.h"
 
 #include <QCoroTask>
 #include <QList>
@@ -37,6 +38,9 @@ public:
         std::chrono::milliseconds staleness = std::chrono::seconds(1800);
         std::chrono::milliseconds requestTimeout = RaindropAPI::defaultTimeout;
         std::chrono::milliseconds pageTitleTimeout = std::chrono::seconds(5);
+        // The silent update check after each load, and the repeating one.
+        std::chrono::milliseconds updateCheckDelay = UpdateChecker::Timings().firstCheckDelay;
+        std::chrono::milliseconds updateCheckInterval = UpdateChecker::Timings().checkInterval;
         // Measures the staleness.
         Clock clock = [] {
             return std::chrono::steady_clock::now();
@@ -71,6 +75,12 @@ public:
     void editInRaindrop(QAction* item);
     void toggleFavourite(QAction* item);
     void openSettings();
+    void checkForUpdates();
+
+    // Arms the update checks: one silent check shortly, and a repeating one (re-armed).
+    void scheduleUpdateChecks();
+    // One update check that speaks only about a version not yet announced.
+    QCoro::Task<> checkForUpdatesSilently();
 
     // The web address on the clipboard's plain text, if any.
     std::optional<QString> clipboardURL() const;
@@ -113,4 +123,5 @@ private:
     QTimer m_refreshTimer;
     QPointer<QAction> m_addClipboardItem;
     QPointer<QAction> m_highlighted;
+    UpdateChecker m_updateChecker;
 };
