@@ -1,11 +1,17 @@
 // The X11 hot key end to end: a private Xvfb, real key presses through XTest (xdotool), and a
 // second X client competing for the same key.
+#include "../menu/FakeService.h"
+
+#include "app/AppDelegate.h"
 #include "app/HotKeyManager.h"
 #include "app/StatusItem.h"
+#include "config/AppConfig.h"
+#include "config/SettingsNotifier.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QMenu>
 #include <QProcess>
 #include <QtTest>
@@ -149,6 +155,26 @@ ShortcutConfig ctrlShiftK() {
     return {40, ShortcutConfig::CommandFlag | ShortcutConfig::ShiftFlag, QStringLiteral("K")};
 }
 
+void saveConfig(const QString& token, std::optional<ShortcutConfig> shortcut = std::nullopt) {
+    AppConfig config;
+    config.token = token;
+    config.openMenuShortcut = std::move(shortcut);
+    QVERIFY(!config.save());
+}
+
+// The bookmark menu has replaced the placeholder once its data has arrived.
+bool bookmarkMenuLoaded(const AppDelegate& delegate) {
+    const QMenu* menu = delegate.statusItem()->menu();
+    return menu && !menu->actions().isEmpty() &&
+           menu->actions().constFirst()->text() != QStringLiteral("Loading…");
+}
+
+MenuManager::Timings quietTimings() {
+    MenuManager::Timings timings;
+    timings.refreshInterval = std::chrono::hours(1);
+    return timings;
+}
+
 } // namespace
 
 class tst_x11_HotKey : public QObject {
@@ -161,6 +187,9 @@ private Q_SLOTS:
     void worksWithNumLockAndCapsLock();
     void keyHeldByAnotherClientLeavesNoHotKey();
     void absentShortcutAndDestructionReleaseTheKey();
+    void delegateUsesDefaultShortcutWhenNoneConfigured();
+    void delegateUsesConfiguredShortcut();
+    void clearingTheTokenKeepsTheHotKey();
 
 private:
     void setNumLock(bool on);
@@ -171,6 +200,7 @@ private:
 };
 
 void tst_x11_HotKey::init() {
+    QFile::remove(AppConfig::filePath());
     QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
 }
 
@@ -226,13 +256,13 @@ void tst_x11_HotKey::updateMovesTheKey() {
     HotKeyManager manager;
     manager.update(ShortcutConfig::defaultShortcut(), [&runs] { ++runs; });
     pressAndSettle(QStringLiteral("ctrl+alt+r"));
-    QCOMPARE(runs, 1);
+    QTRY_COMPARE(runs, 1);
 
     manager.update(ctrlShiftK(), [&runs] { ++runs; });
     pressAndSettle(QStringLiteral("ctrl+alt+r"));
     QCOMPARE(runs, 1);
     pressAndSettle(QStringLiteral("ctrl+shift+k"));
-    QCOMPARE(runs, 2);
+    QTRY_COMPARE(runs, 2);
 
     // The old key is free again: another program may take it.
     OtherClient other;
@@ -246,15 +276,15 @@ void tst_x11_HotKey::worksWithNumLockAndCapsLock() {
 
     setNumLock(true);
     pressAndSettle(QStringLiteral("ctrl+alt+r"));
-    QCOMPARE(runs, 1);
+    QTRY_COMPARE(runs, 1);
 
     setCapsLock(true);
     pressAndSettle(QStringLiteral("ctrl+alt+r"));
-    QCOMPARE(runs, 2);
+    QTRY_COMPARE(runs, 2);
 
     setNumLock(false);
     pressAndSettle(QStringLiteral("ctrl+alt+r"));
-    QCOMPARE(runs, 3);
+    QTRY_COMPARE(runs, 3);
 
     // Other modifiers still matter: Ctrl+Alt+Shift+R is another key.
     pressAndSettle(QStringLiteral("ctrl+alt+shift+r"));
@@ -282,7 +312,7 @@ void tst_x11_HotKey::keyHeldByAnotherClientLeavesNoHotKey() {
     // Quillmar runs on, and a free key still works.
     manager.update(ctrlShiftK(), [&runs] { ++runs; });
     pressAndSettle(QStringLiteral("ctrl+shift+k"));
-    QCOMPARE(runs, 1);
+    QTRY_COMPARE(runs, 1);
     other.ungrab(keysymR, modControl | modAlt);
 }
 
@@ -306,9 +336,54 @@ void tst_x11_HotKey::absentShortcutAndDestructionReleaseTheKey() {
     QVERIFY(other.grab(keysymR, modControl | modAlt | XCB_MOD_MASK_2));
 }
 
+void tst_x11_HotKey::delegateUsesDefaultShortcutWhenNoneConfigured() {
+    FakeService service;
+    saveConfig(QStringLiteral("token"));
+    AppDelegate delegate(service.environment(), quietTimings());
+    delegate.applicationDidFinishLaunching();
+    QTRY_VERIFY(bookmarkMenuLoaded(delegate));
+
+    QVERIFY(pressKeys(QStringLiteral("ctrl+alt+r")));
+    QTRY_VERIFY(delegate.statusItem()->menu()->isVisible());
+    delegate.statusItem()->menu()->hide();
+}
+
+void tst_x11_HotKey::delegateUsesConfiguredShortcut() {
+    FakeService service;
+    saveConfig(QStringLiteral("token"), ctrlShiftK());
+    AppDelegate delegate(service.environment(), quietTimings());
+    delegate.applicationDidFinishLaunching();
+    QTRY_VERIFY(bookmarkMenuLoaded(delegate));
+
+    pressAndSettle(QStringLiteral("ctrl+alt+r"));
+    QVERIFY(!delegate.statusItem()->menu()->isVisible());
+    QVERIFY(pressKeys(QStringLiteral("ctrl+shift+k")));
+    QTRY_VERIFY(delegate.statusItem()->menu()->isVisible());
+    delegate.statusItem()->menu()->hide();
+}
+
+void tst_x11_HotKey::clearingTheTokenKeepsTheHotKey() {
+    FakeService service;
+    saveConfig(QStringLiteral("token"));
+    AppDelegate delegate(service.environment(), quietTimings());
+    delegate.applicationDidFinishLaunching();
+    QTRY_VERIFY(bookmarkMenuLoaded(delegate));
+
+    // The settings are saved without a token: the setup menu returns, the key stays armed.
+    saveConfig(QString());
+    SettingsNotifier::instance().post();
+    QTRY_COMPARE(delegate.statusItem()->menu()->actions().constFirst()->text(),
+                 QStringLiteral("Welcome to Quillmar"));
+    QVERIFY(pressKeys(QStringLiteral("ctrl+alt+r")));
+    QTRY_VERIFY(delegate.statusItem()->menu()->isVisible());
+    QCOMPARE(delegate.statusItem()->menu()->actions().constFirst()->text(),
+             QStringLiteral("Welcome to Quillmar"));
+    delegate.statusItem()->menu()->hide();
+}
+
 int main(int argc, char* argv[]) {
-    // A display, a runtime folder and no session bus of our own: nothing outside the test is
-    // touched, and Qt does not start a bus that would outlive it.
+    // A display, a home, a runtime folder and no session bus of our own: nothing outside the
+    // test is touched, and Qt does not start a bus that would outlive it.
     char runtimeTemplate[] = "/tmp/quillmar-x11-XXXXXX";
     const char* runtime = mkdtemp(runtimeTemplate);
     if (!runtime) {
@@ -324,6 +399,9 @@ int main(int argc, char* argv[]) {
     setenv("DISPLAY", xvfb.display().c_str(), 1);
     setenv("QT_QPA_PLATFORM", "xcb", 1);
     setenv("XDG_RUNTIME_DIR", runtime, 1);
+    setenv("HOME", runtime, 1);
+    const std::string config = std::string(runtime) + "/.config";
+    setenv("XDG_CONFIG_HOME", config.c_str(), 1);
     const std::string noBus = std::string("unix:path=") + runtime + "/no-bus";
     setenv("DBUS_SESSION_BUS_ADDRESS", noBus.c_str(), 1);
 
