@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 
 BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
 	qcoro-qt6-dev libqt6svg6 qt6-svg-dev libxcb1-dev libxcb-keysyms1-dev libx11-dev \
-	fonts-noto-color-emoji fonts-dejavu-core
+	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
 TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
 	appstream desktop-file-utils dpkg-dev file

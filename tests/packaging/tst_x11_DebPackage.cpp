@@ -106,6 +106,11 @@ void tst_x11_DebPackage::controlData() {
     const QStringList depends = dependencies();
     for (const auto& plugin : {QStringLiteral("libqt6svg6"), QStringLiteral("qt6-qpa-plugins")})
         QVERIFY2(depends.contains(plugin), qPrintable(depends.join(u", ")));
+    // Fonts with the menu's emoji and with its symbol ⎘.
+    const QString recommends = field(QStringLiteral("Recommends"));
+    QVERIFY2(recommends.contains(QStringLiteral("fonts-noto-color-emoji")) &&
+                 recommends.contains(QStringLiteral("fonts-symbola")),
+             qPrintable(recommends));
 }
 
 void tst_x11_DebPackage::dependenciesCoverEveryLinkedLibrary() {
