@@ -83,7 +83,11 @@ QCoro::Task<std::optional<QString>> readPageTitle(QString address,
         HttpSession::shared().get(request), [](QNetworkReply* r) { r->deleteLater(); });
     QNetworkReply* raw = reply.get();
     QObject::connect(raw, &QNetworkReply::redirected, raw, &QNetworkReply::redirectAllowed);
-    QTimer::singleShot(timeout, raw, &QNetworkReply::abort);
+    // A child of the reply: it goes when the reply goes.
+    auto* deadline = new QTimer(raw);
+    deadline->setSingleShot(true);
+    QObject::connect(deadline, &QTimer::timeout, raw, &QNetworkReply::abort);
+    deadline->start(timeout);
 
     // The page is read only as far as its title, and never beyond the read limit.
     QByteArray body;

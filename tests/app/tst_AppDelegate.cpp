@@ -25,6 +25,7 @@ const QStringList placeholder{u"(off) Loading…"_s, u"---"_s, u"Quit Quillmar [
 MenuManager::Timings testTimings(std::chrono::milliseconds refresh = 1h) {
     MenuManager::Timings timings;
     timings.refreshInterval = refresh;
+    timings.updateCheckDelay = 1h; // no update check in the middle of a test
     return timings;
 }
 

@@ -25,6 +25,7 @@ const QByteArray userAgent = "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) Ap
 MenuManager::Timings testTimings() {
     MenuManager::Timings timings;
     timings.refreshInterval = 1h;
+    timings.updateCheckDelay = 1h; // no update check in the middle of a test
     timings.pageTitleTimeout = 500ms;
     return timings;
 }

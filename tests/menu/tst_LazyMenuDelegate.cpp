@@ -85,6 +85,7 @@ const QStringList loading{u"(off) Loading…"_s};
 MenuManager::Timings testTimings(const TestClock& clock) {
     MenuManager::Timings timings;
     timings.refreshInterval = 1h;
+    timings.updateCheckDelay = 1h; // no update check in the middle of a test
     timings.hoverPrefetchDelay = 300ms;
     timings.clock = clock.clock();
     return timings;
@@ -136,6 +137,7 @@ private Q_SLOTS:
 
     void grownSubmenuStaysBesideParent();
     void grownSubmenuOnTheRightKeepsItsPlace();
+    void refilledWhileActionsOpen();
 };
 
 void tst_LazyMenuDelegate::firstOpenLoads() {
@@ -663,6 +665,47 @@ void tst_LazyMenuDelegate::grownSubmenuOnTheRightKeepsItsPlace() {
     QTest::qWait(20);
     QVERIFY(recent->geometry().width() > before.width());
     QCOMPARE(recent->geometry().topLeft(), before.topLeft());
+}
+
+void tst_LazyMenuDelegate::refilledWhileActionsOpen() {
+    FakeService service;
+    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)});
+    TestClock clock;
+    StatusItem statusItem;
+    MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
+    manager.buildInitialMenu();
+    manager.loadData();
+    QMenu* menu = MenuTree::waitForFullMenu(statusItem);
+    QVERIFY(menu);
+    menu->popup(QPoint(10, 10));
+    QTRY_VERIFY(menu->isVisible());
+    QAction* recentItem = MenuTree::item(menu, u"🕐 Recent"_s);
+    QMenu* recent = recentItem->menu();
+    menu->setActiveAction(recentItem);
+    QTRY_COMPARE(MenuTree::describe(recent), QStringList{u"Old ▸"_s});
+    clock.advance(1h);
+
+    // The old list's item is open when the new list arrives.
+    service.set(
+        u"recent"_s,
+        FakeService::list({FakeService::bookmark(2, u"New"_s, u"https://n/"_s)}).after(200ms));
+    recent->hide();
+    menu->setActiveAction(nullptr);
+    menu->setActiveAction(recentItem);
+    QTRY_VERIFY(recent->isVisible());
+    QAction* old = MenuTree::item(recent, u"Old"_s);
+    QPointer<QMenu> actions = old->menu();
+    recent->setActiveAction(old);
+    QTRY_VERIFY(actions->isVisible());
+    QTRY_COMPARE(MenuTree::describe(recent), QStringList{u"New ▸"_s});
+    QTRY_VERIFY(!actions);
+    // The menus go on working.
+    QAction* fresh = MenuTree::item(recent, u"New"_s);
+    recent->setActiveAction(fresh);
+    QTRY_VERIFY(fresh->menu()->isVisible());
+    QTest::mouseMove(recent, recent->actionGeometry(fresh).center());
+    QTest::mouseMove(menu, menu->actionGeometry(recentItem).center());
+    menu->hide();
 }
 
 QTEST_MAIN(tst_LazyMenuDelegate)

@@ -22,6 +22,7 @@ namespace {
 MenuManager::Timings testTimings() {
     MenuManager::Timings timings;
     timings.refreshInterval = 1h;
+    timings.updateCheckDelay = 1h; // no update check in the middle of a test
     timings.hoverPrefetchDelay = 300ms;
     timings.requestTimeout = 5s;
     timings.pageTitleTimeout = 500ms;
