@@ -39,7 +39,6 @@ public:
 
     // The menu to publish (not owned); none publishes an empty menu.
     void setMenu(QMenu* menu);
-    QMenu* menu() const { return m_menu; }
 
     // A Qt menu text in the protocol's notation: "&&" is a plain "&", "&x" marks a mnemonic
     // ("_x"), and an underscore is written "__".
