@@ -128,6 +128,7 @@ private Q_SLOTS:
     void failedThenLoadedThroughService();
     void pinnedOpensFromCache();
     void bookmarkItemsInSubmenu();
+    void managerGoneYieldsEmptyList();
 
     void shortHighlightPrefetchesNothing();
     void longHighlightPrefetchesOnce();
@@ -447,6 +448,32 @@ void tst_LazyMenuDelegate::bookmarkItemsInSubmenu() {
     QCOMPARE(MenuTree::describe(MenuTree::submenu(recent, u"Salt && Pepper_"_s)),
              QStringList({u"↗ Open"_s, u"---"_s, u"⎘ Copy URL"_s, u"[ ] Copy as Markdown"_s,
                           u"✎ Edit in Raindrop"_s, u"---"_s, u"♥ Remove from Favourites"_s}));
+}
+
+void tst_LazyMenuDelegate::managerGoneYieldsEmptyList() {
+    FakeService service;
+    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"One"_s, u"https://o/"_s)});
+    TestClock clock;
+    StatusItem statusItem;
+    auto manager = std::make_unique<MenuManager>(&statusItem, config(), service.environment(),
+                                                 testTimings(clock));
+    manager->buildInitialMenu();
+    manager->loadData();
+    QMenu* menu = MenuTree::waitForFullMenu(statusItem);
+    QVERIFY(menu);
+    QMenu* recent = MenuTree::submenu(menu, u"🕐 Recent"_s);
+    const std::shared_ptr<LazyMenuDelegate> delegate = LazyMenuDelegate::of(recent);
+    QVERIFY(delegate);
+    const int before = service.server.requestCount();
+
+    manager.reset();
+    // The delegate outlives its manager here; its fetch asks nothing and finds nothing.
+    delegate->prefetch();
+    Q_EMIT recent->aboutToShow();
+    QTRY_VERIFY(delegate->loadedAt());
+    QTest::qWait(100);
+    QCOMPARE(service.server.requestCount(), before);
+    QCOMPARE(MenuTree::describe(recent), loading);
 }
 
 namespace {
