@@ -10,6 +10,10 @@ int Alert::run(const QString& message, const QString& informativeText, Style sty
     box.setText(message);
     box.setInformativeText(informativeText);
     box.setIcon(style == Style::Warning ? QMessageBox::Warning : QMessageBox::Information);
+    // The message reads as a heading above the informative text, and the box is wide enough
+    // for a sentence per line rather than a word.
+    box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label { font-weight: bold; }"
+                                     "QLabel#qt_msgbox_informativelabel { min-width: 320px; }"));
     QList<QAbstractButton*> added;
     if (buttons.isEmpty()) {
         added.append(box.addButton(QMessageBox::Ok));

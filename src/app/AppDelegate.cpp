@@ -16,6 +16,8 @@ AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, 
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
+    // The settings window talks to the same service as the menu.
+    SettingsWindowController::setEnvironment(m_environment);
     m_statusItem = std::make_unique<StatusItem>();
     connect(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged, this,
             &AppDelegate::settingsChanged);
