@@ -4,6 +4,8 @@
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
+#include <QFont>
+#include <QFontInfo>
 #include <QKeySequence>
 #include <QMenu>
 #include <QPointer>
@@ -16,6 +18,12 @@ AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, 
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
+    // The menus' emoji come from the colour emoji font before any monochrome symbol font; symbols
+    // that font lacks (such as ⎘) still fall back to whichever font has them.
+    QFont font = QApplication::font();
+    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Noto Color Emoji")});
+    QApplication::setFont(font);
+
     // The settings window talks to the same service as the menu.
     SettingsWindowController::setEnvironment(m_environment);
     m_statusItem = std::make_unique<StatusItem>();
