@@ -1,17 +1,24 @@
 # The two commands of the README: `make run` and `make test`.
 # Each installs the Debian 12 packages it needs, configures, builds, then runs.
+# `make fuzz` runs the fuzzers for longer than the test does.
 
 BUILD_DIR ?= build
+# The suite again with AddressSanitizer and UndefinedBehaviorSanitizer; the fuzzers (clang).
+SANITIZE_BUILD_DIR ?= $(BUILD_DIR)-sanitize
+FUZZ_BUILD_DIR ?= $(BUILD_DIR)-fuzz
 JOBS ?= $(shell nproc)
+# Seconds each fuzzer runs: briefly in `make test`, long in `make fuzz`.
+TEST_FUZZ_SECONDS ?= 5
+FUZZ_SECONDS ?= 300
 
 BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
 	qcoro-qt6-dev libqt6svg6 qt6-svg-dev libxcb1-dev libxcb-keysyms1-dev libx11-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
 TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
-	appstream desktop-file-utils dpkg-dev file
+	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev
 
-.PHONY: run test build deps-build deps-run deps-test format
+.PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz
 
 define install_missing
 	@missing=$$(for p in $(1); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
@@ -36,6 +43,14 @@ $(BUILD_DIR)/build.ninja:
 build: $(BUILD_DIR)/build.ninja
 	cmake --build $(BUILD_DIR) -j $(JOBS)
 
+$(SANITIZE_BUILD_DIR)/build.ninja:
+	cmake -S . -B $(SANITIZE_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DQUILLMAR_SANITIZE=ON
+
+$(FUZZ_BUILD_DIR)/build.ninja:
+	cmake -S . -B $(FUZZ_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DCMAKE_CXX_COMPILER=clang++ -DQUILLMAR_FUZZ=ON
+
 run: deps-run
 	@$(MAKE) --no-print-directory build
 	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
@@ -47,6 +62,18 @@ run: deps-run
 test: deps-test
 	@$(MAKE) --no-print-directory build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+	@$(MAKE) --no-print-directory sanitize-test
+	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=$(TEST_FUZZ_SECONDS)
+
+# The package is made from the plain build only, so its tests do not run here again.
+sanitize-test: deps-test $(SANITIZE_BUILD_DIR)/build.ninja
+	cmake --build $(SANITIZE_BUILD_DIR) -j $(JOBS)
+	cd $(SANITIZE_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) -E '^packaging/'
+
+fuzz: deps-test $(FUZZ_BUILD_DIR)/build.ninja
+	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target quillmar_fuzzers
+	cd $(FUZZ_BUILD_DIR) && QUILLMAR_FUZZ_SECONDS=$(FUZZ_SECONDS) \
+		ctest --output-on-failure -j $(JOBS) -L fuzz
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
