@@ -1,9 +1,9 @@
 #include "menu/LazyMenuDelegate.h"
 
+#include "menu/SubmenuPlacement.h"
 #include "service/ServiceError.h"
 
 #include <QMenu>
-#include <QScreen>
 
 using namespace Qt::StringLiterals;
 
@@ -121,16 +121,7 @@ void LazyMenuDelegate::keepBesideParent(QMenu* menu, const QRect& before) {
     if (!menu->isVisible() || !parent || !parent->isVisible())
         return;
     QRect geometry(menu->pos(), menu->sizeHint());
-    if (before.left() < parent->geometry().left())
+    if (SubmenuPlacement::isLeftOfParent(before, menu))
         geometry.moveRight(before.right());
-    if (const QScreen* screen = parent->screen()) {
-        const QRect available = screen->availableGeometry();
-        if (geometry.bottom() > available.bottom())
-            geometry.moveBottom(available.bottom());
-        if (geometry.top() < available.top())
-            geometry.moveTop(available.top());
-        if (geometry.left() < available.left())
-            geometry.moveLeft(available.left());
-    }
-    menu->setGeometry(geometry);
+    menu->setGeometry(SubmenuPlacement::keptOnScreen(geometry, parent->screen()));
 }

@@ -315,7 +315,7 @@ QCoro::Task<> MenuManager::buildFullMenu() {
 
         if (!otherCollections.isEmpty()) {
             menu->addSeparator();
-            auto* submenu = new QMenu(u"📁 Collections"_s, menu.get());
+            auto* submenu = newSubmenu(u"📁 Collections"_s, menu.get());
             for (const Collection& collection : std::as_const(otherCollections)) {
                 const qint64 id = collection.id;
                 const QString title =
@@ -333,7 +333,7 @@ QCoro::Task<> MenuManager::buildFullMenu() {
 
         if (!otherTags.isEmpty()) {
             menu->addSeparator();
-            auto* submenu = new QMenu(u"🏷 Tags"_s, menu.get());
+            auto* submenu = newSubmenu(u"🏷 Tags"_s, menu.get());
             for (const Tag& tag : otherTags.first(qMin<qsizetype>(otherTags.size(), tagLimit))) {
                 const QString name = tag.name;
                 submenu->addAction(lazySubmenuItem(
@@ -379,10 +379,16 @@ void MenuManager::addQuitItem(QMenu* menu) {
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
+QMenu* MenuManager::newSubmenu(const QString& title, QMenu* parent) {
+    auto* submenu = new QMenu(title, parent);
+    m_submenuPlacement.watch(submenu);
+    return submenu;
+}
+
 QAction* MenuManager::lazySubmenuItem(QMenu* parent, const QString& title,
                                       LazyMenuDelegate::Fetch fetch,
                                       QList<std::shared_ptr<LazyMenuDelegate>>& delegates) {
-    auto* submenu = new QMenu(MenuText::escaped(title), parent);
+    auto* submenu = newSubmenu(MenuText::escaped(title), parent);
     submenu->addAction(u"Loading…"_s)->setEnabled(false);
     auto populate = [manager = QPointer<MenuManager>(this)](QMenu* menu,
                                                             const QList<Raindrop>& bookmarks) {
@@ -406,7 +412,7 @@ LazyMenuDelegate::Fetch MenuManager::weakFetch(ApiFetch call) {
 
 void MenuManager::addBookmarkItem(const Raindrop& bookmark, QMenu* menu) {
     const QVariant data = QVariant::fromValue(bookmark);
-    auto* submenu = new QMenu(MenuText::escaped(MenuText::bookmarkLabel(bookmark)), menu);
+    auto* submenu = newSubmenu(MenuText::escaped(MenuText::bookmarkLabel(bookmark)), menu);
     QAction* item = submenu->menuAction();
     item->setData(data);
     connect(item, &QAction::triggered, this, [this, item] { openBookmark(item); });

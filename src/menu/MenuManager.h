@@ -3,6 +3,7 @@
 #include "config/AppConfig.h"
 #include "config/Environment.h"
 #include "menu/LazyMenuDelegate.h"
+#include "menu/SubmenuPlacement.h"
 #include "service/Raindrop.h"
 #include "service/RaindropAPI.h"
 #include "update/UpdateChecker.h"
@@ -102,6 +103,8 @@ private:
 
     QCoro::Task<> buildFullMenu();
     void appendFooter(QMenu* menu);
+    // Every submenu of the menu is made here, so that each one is placed beside its parent.
+    QMenu* newSubmenu(const QString& title, QMenu* parent);
     QAction* lazySubmenuItem(QMenu* parent, const QString& title, LazyMenuDelegate::Fetch fetch,
                              QList<std::shared_ptr<LazyMenuDelegate>>& delegates);
     void addBookmarkItem(const Raindrop& bookmark, QMenu* menu);
@@ -124,4 +127,5 @@ private:
     QPointer<QAction> m_addClipboardItem;
     QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;
+    SubmenuPlacement m_submenuPlacement;
 };
