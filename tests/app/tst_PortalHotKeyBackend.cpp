@@ -1,5 +1,6 @@
 // The Wayland hot key against a stand-in for the desktop portal, served on a private session bus
 // that the test starts and stops.
+#include "PrivateSessionBus.h"
 #include "app/HotKeyManager.h"
 #include "app/hotkey/portal/PortalHotKeyBackend.h"
 
@@ -9,64 +10,15 @@
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QGuiApplication>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
-#include <csignal>
 #include <memory>
-#include <sys/prctl.h>
 
 namespace {
 
 const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-
-// A session bus of the test's own. It starts no services, so no real portal can answer, and it
-// dies with the test process.
-class PrivateBus {
-public:
-    bool start() {
-        QFile config(m_dir.filePath(QStringLiteral("bus.conf")));
-        if (!config.open(QIODevice::WriteOnly))
-            return false;
-        // No <servicedir>: nothing is started on demand.
-        config.write(QStringLiteral("<busconfig><type>session</type><listen>unix:dir=%1</listen>"
-                                    "<auth>EXTERNAL</auth><policy context=\"default\">"
-                                    "<allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                                    "<allow eavesdrop=\"true\"/><allow own=\"*\"/>"
-                                    "</policy></busconfig>")
-                         .arg(m_dir.path())
-                         .toUtf8());
-        config.close();
-        m_daemon.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
-        m_daemon.start(QStringLiteral("dbus-daemon"),
-                       {QStringLiteral("--config-file=") + config.fileName(),
-                        QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
-                        QStringLiteral("--print-address=1")});
-        if (!m_daemon.waitForStarted(5000))
-            return false;
-        while (!m_daemon.canReadLine()) {
-            if (!m_daemon.waitForReadyRead(5000))
-                return false;
-        }
-        m_address = QString::fromLatin1(m_daemon.readLine().trimmed());
-        return !m_address.isEmpty();
-    }
-
-    ~PrivateBus() {
-        m_daemon.terminate();
-        m_daemon.waitForFinished(5000);
-    }
-
-    QString address() const { return m_address; }
-
-private:
-    QTemporaryDir m_dir;
-    QProcess m_daemon;
-    QString m_address;
-};
 
 struct Call {
     QString interface;
@@ -235,7 +187,7 @@ private:
     void startPortal();
     void waitForBind(int count);
 
-    std::unique_ptr<PrivateBus> m_bus;
+    std::unique_ptr<PrivateSessionBus> m_bus;
     std::unique_ptr<FakePortal> m_portal;
     QDBusConnection m_portalBus{QString()};
     QDBusConnection m_appBus{QString()};
@@ -244,7 +196,7 @@ private:
 
 void tst_PortalHotKeyBackend::initTestCase() {
     QGuiApplication::setDesktopFileName(QStringLiteral("app.quillmar.Quillmar"));
-    m_bus = std::make_unique<PrivateBus>();
+    m_bus = std::make_unique<PrivateSessionBus>();
     QVERIFY(m_bus->start());
 }
 

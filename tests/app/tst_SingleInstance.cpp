@@ -1,4 +1,5 @@
 // One Quillmar per session, on a private session bus that the test starts and stops.
+#include "PrivateSessionBus.h"
 #include "app/SingleInstance.h"
 #include "app/StatusItem.h"
 
@@ -15,50 +16,6 @@
 #include <sys/prctl.h>
 
 namespace {
-
-// A session bus of the test's own; it starts no services and dies with the test process.
-class PrivateBus {
-public:
-    bool start() {
-        QFile config(m_dir.filePath(QStringLiteral("bus.conf")));
-        if (!config.open(QIODevice::WriteOnly))
-            return false;
-        config.write(QStringLiteral("<busconfig><type>session</type><listen>unix:dir=%1</listen>"
-                                    "<auth>EXTERNAL</auth><policy context=\"default\">"
-                                    "<allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                                    "<allow eavesdrop=\"true\"/><allow own=\"*\"/>"
-                                    "</policy></busconfig>")
-                         .arg(m_dir.path())
-                         .toUtf8());
-        config.close();
-        m_daemon.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
-        m_daemon.start(QStringLiteral("dbus-daemon"),
-                       {QStringLiteral("--config-file=") + config.fileName(),
-                        QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
-                        QStringLiteral("--print-address=1")});
-        if (!m_daemon.waitForStarted(5000))
-            return false;
-        while (!m_daemon.canReadLine()) {
-            if (!m_daemon.waitForReadyRead(5000))
-                return false;
-        }
-        m_address = QString::fromLatin1(m_daemon.readLine().trimmed());
-        return !m_address.isEmpty();
-    }
-
-    ~PrivateBus() {
-        m_daemon.terminate();
-        m_daemon.waitForFinished(5000);
-    }
-
-    QString address() const { return m_address; }
-    QString directory() const { return m_dir.path(); }
-
-private:
-    QTemporaryDir m_dir;
-    QProcess m_daemon;
-    QString m_address;
-};
 
 // The program itself, started as a user would start it a second time.
 class Quillmar {
@@ -111,14 +68,14 @@ private Q_SLOTS:
 private:
     QDBusConnection connect(const QString& name);
 
-    std::unique_ptr<PrivateBus> m_bus;
+    std::unique_ptr<PrivateSessionBus> m_bus;
     int m_connections = 0;
 };
 
 void tst_SingleInstance::initTestCase() {
     QVERIFY2(QFileInfo::exists(Quillmar::program()),
              qPrintable(QStringLiteral("build the program first: ") + Quillmar::program()));
-    m_bus = std::make_unique<PrivateBus>();
+    m_bus = std::make_unique<PrivateSessionBus>();
     QVERIFY(m_bus->start());
 }
 

@@ -1,7 +1,6 @@
 #include "VirtualDesktop.h"
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QThread>
 
 #include <cstdio>
@@ -25,22 +24,6 @@ template <typename Condition> bool waitFor(Condition condition) {
     }
     return false;
 }
-
-// A session bus that starts no services: nothing may run that the test did not start.
-const char busConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
- "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:dir=%1</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-)";
 
 } // namespace
 
@@ -77,23 +60,11 @@ bool VirtualDesktop::start() {
         return fail(QStringLiteral("Xvfb did not start"));
     m_display = QStringLiteral(":") + QString::fromLatin1(number->trimmed());
 
-    QFile config(m_work.filePath(QStringLiteral("bus.conf")));
-    if (!config.open(QIODevice::WriteOnly))
-        return fail(QStringLiteral("cannot write the bus configuration"));
-    config.write(QString::fromLatin1(busConfiguration).arg(m_work.path()).toUtf8());
-    config.close();
-    if (!m_bus.start({QStringLiteral("dbus-daemon"),
-                      QStringLiteral("--config-file=") + config.fileName(),
-                      QStringLiteral("--nofork"), QStringLiteral("--print-address=1")},
-                     log, true))
-        return fail(QStringLiteral("cannot start dbus-daemon"));
-    const auto address = m_bus.readLine(std::chrono::seconds(10));
-    if (!address || address->trimmed().isEmpty())
+    if (!m_bus.start(log))
         return fail(QStringLiteral("dbus-daemon did not start"));
-    m_busAddress = QString::fromLatin1(address->trimmed());
 
     qputenv("DISPLAY", m_display.toLocal8Bit());
-    qputenv("DBUS_SESSION_BUS_ADDRESS", m_busAddress.toLocal8Bit());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toLocal8Bit());
     qputenv("QT_QPA_PLATFORM", "xcb");
     // Nothing of the desktop the tests were started from may leak in.
     qunsetenv("WAYLAND_DISPLAY");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChildProcess.h"
+#include "PrivateSessionBus.h"
 
 #include <QString>
 #include <QTemporaryDir>
@@ -28,7 +29,7 @@ public:
     bool start();
     QString errorString() const { return m_error; }
     QString display() const { return m_display; }
-    QString busAddress() const { return m_busAddress; }
+    QString busAddress() const { return m_bus.address(); }
     // Where the programs' logs are written.
     QString logDirectory() const { return m_work.path(); }
 
@@ -47,9 +48,8 @@ private:
     Options m_options;
     QTemporaryDir m_work;
     ChildProcess m_server;
-    ChildProcess m_bus;
+    PrivateSessionBus m_bus;
     ChildProcess m_trayHost;
     QString m_display;
-    QString m_busAddress;
     QString m_error;
 };

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "ChildProcess.h"
+
+#include <QString>
+#include <QTemporaryDir>
+
+// A session bus of a test's own: a dbus-daemon that starts no services, so that nothing answers
+// that the test did not start. It stops when this object goes and dies with the test process.
+// Works before a QCoreApplication exists.
+class PrivateSessionBus {
+public:
+    PrivateSessionBus() = default;
+    PrivateSessionBus(const PrivateSessionBus&) = delete;
+    PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
+
+    // Starts the daemon and waits until it accepts connections. Its messages are appended to
+    // logFile (none: dropped).
+    bool start(const QString& logFile = QString());
+    void stop();
+
+    // The address clients connect to; empty until started.
+    QString address() const { return m_address; }
+    // The folder of the bus's configuration and socket.
+    QString directory() const { return m_directory.path(); }
+
+private:
+    QTemporaryDir m_directory;
+    ChildProcess m_daemon;
+    QString m_address;
+};
