@@ -247,7 +247,11 @@ void tst_ClipboardSaving::fetchFollowsRedirects() {
     MenuManager manager(&statusItem, config(), service.environment(), testTimings());
     QCOMPARE(QCoro::waitFor(manager.fetchPageTitle(pageURL(service))),
              std::optional<QString>(u"Arrived"_s));
-    QCOMPARE(service.kinds(), QStringList({u"/page"_s, u"/moved"_s}));
+    // Qt's HTTP layer may send a request a second time on a fresh connection; which pages were
+    // asked for, and in what order, is ours.
+    QStringList visited = service.kinds();
+    visited.removeDuplicates();
+    QCOMPARE(visited, QStringList({u"/page"_s, u"/moved"_s}));
     QCOMPARE(elsewhere.server.requests().constFirst().header("User-Agent"), userAgent);
 }
 
