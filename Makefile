@@ -1,6 +1,6 @@
 # The two commands of the README: `make run` and `make test`.
 # Each installs the Debian 12 packages it needs, configures, builds, then runs.
-# `make fuzz` runs the fuzzers for longer than the test does.
+# `make fuzz` runs the fuzzers for longer than the test does; `make bench` measures speed and memory.
 
 BUILD_DIR ?= build
 # The suite again with AddressSanitizer and UndefinedBehaviorSanitizer; the fuzzers (clang).
@@ -18,7 +18,7 @@ RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
 TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
 	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev
 
-.PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz
+.PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz bench
 
 define install_missing
 	@missing=$$(for p in $(1); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
@@ -74,6 +74,12 @@ fuzz: deps-test $(FUZZ_BUILD_DIR)/build.ninja
 	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target quillmar_fuzzers
 	cd $(FUZZ_BUILD_DIR) && QUILLMAR_FUZZ_SECONDS=$(FUZZ_SECONDS) \
 		ctest --output-on-failure -j $(JOBS) -L fuzz
+
+# The table goes to the terminal and into docs/benchmarks.md.
+bench: deps-test
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLMAR_BUILD_BENCHMARKS=ON
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target quillmar_bench
+	$(BUILD_DIR)/bench/quillmar_bench docs/benchmarks.md
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
