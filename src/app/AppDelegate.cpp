@@ -9,6 +9,7 @@
 #include <QKeySequence>
 #include <QMenu>
 #include <QPointer>
+#include <QTimer>
 
 AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, QObject* parent)
     : QObject(parent)
@@ -18,18 +19,24 @@ AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, 
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
-    // The menus' emoji come from the colour emoji font before any monochrome symbol font; symbols
-    // that font lacks (such as ⎘) still fall back to whichever font has them.
-    QFont font = QApplication::font();
-    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Noto Color Emoji")});
-    QApplication::setFont(font);
-
     // The settings window talks to the same service as the menu.
     SettingsWindowController::setEnvironment(m_environment);
     m_statusItem = std::make_unique<StatusItem>();
     connect(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged, this,
             &AppDelegate::settingsChanged);
     chooseMenu(AppConfig::load());
+    // After the icon is up: the first font lookup reads fontconfig's configuration, a fifth of
+    // the start-up time, and no menu can open before the event loop runs again.
+    QTimer::singleShot(0, this, &AppDelegate::preferColourEmoji);
+}
+
+void AppDelegate::preferColourEmoji() {
+    // The menus' emoji come from the colour emoji font before any monochrome symbol font; symbols
+    // that font lacks (such as ⎘) still fall back to whichever font has them. Menus already made
+    // take the new font too.
+    QFont font = QApplication::font();
+    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Noto Color Emoji")});
+    QApplication::setFont(font);
 }
 
 void AppDelegate::chooseMenu(const AppConfig& config) {

@@ -32,6 +32,7 @@ private:
     void settingsChanged();
     void openSettings();
     void chooseMenu(const AppConfig& config);
+    void preferColourEmoji();
 
     Environment m_environment;
     MenuManager::Timings m_timings;
