@@ -6,6 +6,7 @@
 
 #include <QtTest>
 
+#include <functional>
 #include <vector>
 
 namespace {
@@ -17,6 +18,13 @@ public:
     std::vector<Registration> active;
     int registerCalls = 0;
     int unregisterCalls = 0;
+    // Called as the backend goes, while its fields can still be read.
+    std::function<void(const RecordingBackend&)> onDestruction;
+
+    ~RecordingBackend() override {
+        if (onDestruction)
+            onDestruction(*this);
+    }
 
     void registerHotKey(const Registration& registration) override {
         ++registerCalls;
@@ -213,10 +221,10 @@ void tst_HotKeyManager::destructionUnregisters() {
     RecordingBackend* desktop = backend.get();
     int unregisterCalls = -1;
     bool wasActive = false;
-    QObject::connect(desktop, &QObject::destroyed, [&] {
-        unregisterCalls = desktop->unregisterCalls;
-        wasActive = !desktop->active.empty();
-    });
+    desktop->onDestruction = [&](const RecordingBackend& gone) {
+        unregisterCalls = gone.unregisterCalls;
+        wasActive = !gone.active.empty();
+    };
     {
         HotKeyManager manager(std::move(backend));
         manager.update(ShortcutConfig::defaultShortcut(), [] {});
@@ -229,8 +237,9 @@ void tst_HotKeyManager::destructionWithoutRegistrationUnregistersNothing() {
     auto backend = std::make_unique<RecordingBackend>();
     RecordingBackend* desktop = backend.get();
     int unregisterCalls = -1;
-    QObject::connect(desktop, &QObject::destroyed,
-                     [&] { unregisterCalls = desktop->unregisterCalls; });
+    desktop->onDestruction = [&](const RecordingBackend& gone) {
+        unregisterCalls = gone.unregisterCalls;
+    };
     { HotKeyManager manager(std::move(backend)); }
     QCOMPARE(unregisterCalls, 0);
 }
