@@ -11,14 +11,17 @@
 #include "app/AppDelegate.h"
 #include "config/AppConfig.h"
 #include "config/SettingsNotifier.h"
+#include "service/HttpSession.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QDBusArgument>
 #include <QMenu>
+#include <QNetworkReply>
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <algorithm>
 #include <memory>
 
 using Node = TestStatusNotifierHost::MenuNode;
@@ -108,6 +111,15 @@ void tst_x11_StatusNotifierItem::initTestCase() {
 
 void tst_x11_StatusNotifierItem::cleanupTestCase() {
     m_app.reset();
+    // Warm-ups and prefetches may still be in flight: let them end before the program does, or
+    // Qt's HTTP layer leaves them half torn down at exit.
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [] {
+            const auto replies = HttpSession::shared().findChildren<QNetworkReply*>();
+            return std::none_of(replies.begin(), replies.end(),
+                                [](const QNetworkReply* reply) { return !reply->isFinished(); });
+        }(),
+        30000);
     m_host.reset();
     m_watcher.reset();
     QFile::remove(AppConfig::filePath());

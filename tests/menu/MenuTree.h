@@ -56,7 +56,7 @@ public:
 
     // Spins the event loop until the status item carries a full menu other than previous.
     static QMenu* waitForFullMenu(const StatusItem& statusItem, const QMenu* previous = nullptr,
-                                  std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+                                  std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
         QDeadlineTimer deadline(timeout);
         while (!deadline.hasExpired()) {
             QMenu* menu = statusItem.menu();

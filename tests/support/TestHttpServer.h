@@ -78,8 +78,9 @@ public:
     QList<Request> requestsTo(const QString& path) const;
     int requestCount() const { return int(m_requests.size()); }
     void clearRequests() { m_requests.clear(); }
-    // Spins the event loop until at least count requests were recorded, or the time is up.
-    bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    // Spins the event loop until at least count requests were recorded, or the time is up (long
+    // enough for a loaded machine running a sanitizer build; it only delays a real failure).
+    bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(30));
     // Connections that the client closed or that the server saw end early.
     int abortedConnections() const { return m_abortedConnections; }
 
