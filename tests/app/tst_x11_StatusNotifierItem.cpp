@@ -57,7 +57,6 @@ private Q_SLOTS:
 private:
     // The exported menu once it shows label among its top-level items.
     std::optional<Node> waitForMenuWith(const QString& label);
-    static QStringList expectedFullMenu();
 
     std::unique_ptr<TestStatusNotifierWatcher> m_watcher;
     std::unique_ptr<TestStatusNotifierHost> m_host;
@@ -201,29 +200,6 @@ std::optional<Node> tst_x11_StatusNotifierItem::waitForMenuWith(const QString& l
     return std::nullopt;
 }
 
-QStringList tst_x11_StatusNotifierItem::expectedFullMenu() {
-    return {QStringLiteral("📋 Add Clipboard URL"),
-            QStringLiteral("🕐 Recent"),
-            QStringLiteral("🌐 Open Raindrop Web"),
-            QStringLiteral("---"),
-            QStringLiteral("❤️ Favourites"),
-            QStringLiteral("Tom & Jerry_2"),
-            QStringLiteral("---"),
-            QStringLiteral("📌 Pinned"),
-            QStringLiteral("Work"),
-            QStringLiteral("#fun"),
-            QStringLiteral("---"),
-            QStringLiteral("📁 Collections"),
-            QStringLiteral("---"),
-            QStringLiteral("🏷 Tags"),
-            QStringLiteral("---"),
-            QStringLiteral("Settings…"),
-            QStringLiteral("Refresh"),
-            QStringLiteral("Quillmar v") + Environment::buildVersion(),
-            QStringLiteral("Check for Updates…"),
-            QStringLiteral("Quit Quillmar")};
-}
-
 void tst_x11_StatusNotifierItem::savedSettingsReplaceExportedMenu() {
     QGuiApplication::clipboard()->clear();
     AppConfig config;
@@ -239,7 +215,7 @@ void tst_x11_StatusNotifierItem::savedSettingsReplaceExportedMenu() {
     QVERIFY(menu);
     QVERIFY(m_host->layoutUpdates().size() > updatesBefore);
     QCOMPARE(m_host->layoutUpdates().constLast().second, 0);
-    QCOMPARE(menu->shownLabels(), expectedFullMenu());
+    QCOMPARE(menu->shownLabels(), FakeRaindropService::fullMenuLabels());
 
     QStringList enabled;
     for (const Node& child : menu->children)
@@ -384,7 +360,7 @@ void tst_x11_StatusNotifierItem::registersAgainWhenWatcherRestarts() {
     QVERIFY(m_host->attach(item.service, item.path));
     const auto menu = m_host->layout();
     QVERIFY(menu);
-    QCOMPARE(menu->shownLabels(), expectedFullMenu());
+    QCOMPARE(menu->shownLabels(), FakeRaindropService::fullMenuLabels());
 }
 
 QTEST_MAIN(tst_x11_StatusNotifierItem)

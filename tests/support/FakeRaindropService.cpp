@@ -1,5 +1,7 @@
 #include "FakeRaindropService.h"
 
+#include "config/Environment.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -202,4 +204,27 @@ int FakeRaindropService::recentRequests() const {
         if (request.query(QStringLiteral("sort")) == QStringLiteral("-created"))
             ++count;
     return count;
+}
+
+QStringList FakeRaindropService::fullMenuLabels() {
+    return {QStringLiteral("📋 Add Clipboard URL"),
+            QStringLiteral("🕐 Recent"),
+            QStringLiteral("🌐 Open Raindrop Web"),
+            QStringLiteral("---"),
+            QStringLiteral("❤️ Favourites"),
+            QStringLiteral("Tom & Jerry_2"),
+            QStringLiteral("---"),
+            QStringLiteral("📌 Pinned"),
+            QStringLiteral("Work"),
+            QStringLiteral("#fun"),
+            QStringLiteral("---"),
+            QStringLiteral("📁 Collections"),
+            QStringLiteral("---"),
+            QStringLiteral("🏷 Tags"),
+            QStringLiteral("---"),
+            QStringLiteral("Settings…"),
+            QStringLiteral("Refresh"),
+            QStringLiteral("Quillmar v") + Environment::buildVersion(),
+            QStringLiteral("Check for Updates…"),
+            QStringLiteral("Quit Quillmar")};
 }

@@ -16,6 +16,9 @@
 class FakeRaindropService : public QObject {
     Q_OBJECT
 public:
+    // The tray menu the program builds for this account, as labels shown ("---" a separator).
+    static QStringList fullMenuLabels();
+
     struct Bookmark {
         qint64 id = 0;
         QString title;
