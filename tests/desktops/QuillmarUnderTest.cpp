@@ -1,0 +1,62 @@
+// Quillmar as the desktop tests run it: what the shipped program runs, with the bookmark
+// service, the web application and the update manifest given on the command line (the test
+// plays them on 127.0.0.1), so that it runs inside a real desktop session as its own process.
+// Only this test program takes options; the shipped one has none.
+
+#include "app/AppDelegate.h"
+#include "app/SingleInstance.h"
+#include "config/Environment.h"
+#include "menu/MenuManager.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QPointer>
+#include <QTimer>
+
+#include <chrono>
+
+int main(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Quillmar"));
+    QApplication::setOrganizationName(QStringLiteral("Quillmar"));
+    QApplication::setDesktopFileName(QStringLiteral("app.quillmar.Quillmar"));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    QCommandLineParser parser;
+    const QCommandLineOption apiBase(QStringLiteral("api-base"), QStringLiteral("REST base"),
+                                     QStringLiteral("url"));
+    const QCommandLineOption webApp(QStringLiteral("web-app"), QStringLiteral("web application"),
+                                    QStringLiteral("url"));
+    const QCommandLineOption manifest(QStringLiteral("update-manifest"),
+                                      QStringLiteral("update manifest"), QStringLiteral("url"));
+    // The menu's refresh timer, shortened so that a test sees it fire while a menu is open.
+    const QCommandLineOption refresh(QStringLiteral("refresh-seconds"),
+                                     QStringLiteral("refresh interval"), QStringLiteral("seconds"));
+    parser.addOptions({apiBase, webApp, manifest, refresh});
+    parser.process(app);
+
+    Environment environment;
+    if (parser.isSet(apiBase))
+        environment.apiBase = parser.value(apiBase);
+    if (parser.isSet(webApp))
+        environment.webApp = parser.value(webApp);
+    if (parser.isSet(manifest))
+        environment.updateManifest = parser.value(manifest);
+    MenuManager::Timings timings;
+    if (parser.isSet(refresh))
+        timings.refreshInterval = std::chrono::seconds(parser.value(refresh).toInt());
+
+    SingleInstance instance;
+    if (!instance.claim()) {
+        instance.showMenuInRunningInstance();
+        return 0;
+    }
+
+    AppDelegate delegate(environment, timings);
+    instance.setAction([target = QPointer<AppDelegate>(&delegate)] {
+        if (target && target->statusItem())
+            target->statusItem()->performClick();
+    });
+    QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
+    return QApplication::exec();
+}
