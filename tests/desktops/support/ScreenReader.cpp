@@ -82,10 +82,13 @@ QList<ScreenReader::Menu> ScreenReader::menus() {
 
 QList<QRect> ScreenReader::find(const QString& application, const QString& role,
                                 const QString& name) {
+    // Read by a helper of its own, which sees the objects as they are now.
+    const auto result = ChildProcess::run(
+        {QStringLiteral("/usr/bin/python3"), QStringLiteral(QUILLMAR_READ_SCREEN_SCRIPT),
+         QStringLiteral("--once"), QStringLiteral("find"), application, role, name},
+        std::chrono::seconds(60));
     QList<QRect> found;
-    const QString request =
-        QStringList{QStringLiteral("find"), application, role, name}.join(u'\t');
-    for (const QJsonValue& value : ask(request).toArray())
+    for (const QJsonValue& value : QJsonDocument::fromJson(result.output).array())
         found.append(rectOf(value[QStringLiteral("rect")]));
     return found;
 }

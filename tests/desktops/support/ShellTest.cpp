@@ -26,7 +26,7 @@ namespace {
 
 const QString token = QStringLiteral("desktop-token-7c1e");
 // Quillmar's own windows and menus belong to this accessible application.
-const QString ownApplication = QStringLiteral("quillmar_under_test");
+const QString ownApplication = QStringLiteral("Quillmar");
 constexpr qint64 workId = 11;
 constexpr qint64 readingId = 12;
 constexpr qint64 recipesId = 13;
@@ -231,8 +231,11 @@ bool ShellTest::runQuillmar(Account account, const QStringList& arguments) {
     m_account = account;
     m_arguments = arguments;
     // Ready once the panel shows the icon and, with a token, the menu is complete.
-    if (!waitUntil([this] { return registeredItem() && trayIcon(); }, 30s))
+    if (!waitUntil([this] { return registeredItem() && trayIcon(); }, 30s)) {
+        qWarning("Quillmar %s registered with the panel's watcher; its icon %s found",
+                 registeredItem() ? "is" : "is not", trayIcon() ? "is" : "is not");
         return false;
+    }
     if (account == Account::NotSetUp)
         return true;
     const auto item = registeredItem();
@@ -457,6 +460,13 @@ void ShellTest::iconShownWithTooltip() {
 
 // 2. The panel's menu shows the whole layout, and every kind of entry does its work when chosen.
 void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
+    // Every entry is tried, so that one that does nothing does not hide the others.
+    QStringList failures;
+    const auto expect = [&failures](bool holds, const QString& failure) {
+        if (!holds)
+            failures.append(failure);
+        return holds;
+    };
     QVERIFY(runQuillmar(Account::NotSetUp));
     auto menu = openPanelMenuShowing(QStringLiteral("Welcome to Quillmar"));
     QVERIFY2(menu, "the panel's menu did not open with the setup menu");
@@ -465,15 +475,14 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     QVERIFY(menu->entries.at(3).enabled && menu->entries.at(4).enabled);
     screenshot(QStringLiteral("setup-menu"));
     QVERIFY(choose(QStringLiteral("Settings…")));
-    QVERIFY2(waitUntil([this] { return settingsWindowShown(); }),
-             "choosing \"Settings…\" in the panel's setup menu showed no settings window");
+    expect(waitUntil([this] { return settingsWindowShown(); }),
+           QStringLiteral("setup menu: \"Settings…\" showed no settings window"));
     screenshot(QStringLiteral("setup-settings"));
     closeMenus();
     QVERIFY(openPanelMenuShowing(QStringLiteral("Welcome to Quillmar")));
     QVERIFY(choose(QStringLiteral("Quit")));
-    QVERIFY2(m_quillmar->waitForExit(15s),
-             "choosing \"Quit\" in the panel's menu did not end Quillmar");
-    QCOMPARE(m_quillmar->exitCode(), 0);
+    expect(m_quillmar->waitForExit(15s) && m_quillmar->exitCode() == 0,
+           QStringLiteral("setup menu: \"Quit\" did not end Quillmar"));
 
     QVERIFY(runQuillmar(Account::SetUp));
     menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
@@ -484,41 +493,40 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     const QString link = m_pages.baseUrl() + QStringLiteral("/tom");
     auto menus = openSubmenu(QStringLiteral("Tom & Jerry_2"), QStringLiteral("⎘ Copy URL"));
     QVERIFY2(menus, "a favourite's actions did not show");
-    const ScreenReader::Menu* actions = menuWith(*menus, QStringLiteral("⎘ Copy URL"));
     if (submenus() == Submenus::Cascading)
-        QCOMPARE(actions->labels(), bookmarkActions);
+        QCOMPARE(menuWith(*menus, QStringLiteral("⎘ Copy URL"))->labels(), bookmarkActions);
     screenshot(QStringLiteral("bookmark-actions"));
     QVERIFY(copyFromOutside(QStringLiteral("nothing yet")));
     QVERIFY(choose(QStringLiteral("⎘ Copy URL")));
-    QVERIFY2(
-        waitUntil([&] { return clipboard() == link; }),
-        qPrintable(QStringLiteral("\"⎘ Copy URL\" left the clipboard at \"%1\"").arg(clipboard())));
+    expect(waitUntil([&] { return clipboard() == link; }),
+           QStringLiteral("\"⎘ Copy URL\" left the clipboard at \"%1\"").arg(clipboard()));
     closeMenus();
 
     QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
     QVERIFY(openSubmenu(QStringLiteral("Tom & Jerry_2"), QStringLiteral("↗ Open")));
     QVERIFY(choose(QStringLiteral("↗ Open")));
-    QVERIFY2(waitUntil([&] { return m_quillmar->openedUrls().contains(link); }),
-             "\"↗ Open\" did not reach the browser");
+    expect(waitUntil([&] { return m_quillmar->openedUrls().contains(link); }),
+           QStringLiteral("\"↗ Open\" did not reach the browser"));
     closeMenus();
 
     QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
     const int favourites = m_service->favouritesRequests();
     QVERIFY(choose(QStringLiteral("Refresh")));
-    QVERIFY2(waitUntil([&] { return m_service->favouritesRequests() > favourites; }),
-             "\"Refresh\" sent no request");
+    expect(waitUntil([&] { return m_service->favouritesRequests() > favourites; }),
+           QStringLiteral("\"Refresh\" sent no request"));
     closeMenus();
 
     QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
     QVERIFY(choose(QStringLiteral("Settings…")));
-    QVERIFY2(waitUntil([this] { return settingsWindowShown(); }),
-             "choosing \"Settings…\" showed no settings window");
+    expect(waitUntil([this] { return settingsWindowShown(); }),
+           QStringLiteral("\"Settings…\" showed no settings window"));
     closeMenus();
 
     QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
     QVERIFY(choose(QStringLiteral("Quit Quillmar")));
-    QVERIFY2(m_quillmar->waitForExit(15s), "choosing \"Quit Quillmar\" did not end Quillmar");
-    QCOMPARE(m_quillmar->exitCode(), 0);
+    expect(m_quillmar->waitForExit(15s) && m_quillmar->exitCode() == 0,
+           QStringLiteral("\"Quit Quillmar\" did not end Quillmar"));
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
 }
 
 // 3. Lazily filled submenus show their bookmarks on their first opening, in place, with one

@@ -2,6 +2,7 @@
 """Reads what the desktop shows through the accessibility bus (AT-SPI) for a test.
 
     read-screen.py REQUESTS
+    read-screen.py --once REQUEST...
 
 Reads one request a line from the named pipe REQUESTS and answers each with one line of JSON on
 standard output:
@@ -11,6 +12,9 @@ standard output:
     find APP ROLE TEXT   the showing objects of application APP with that role (empty: any) and
                          that name (empty: any), each with its name and rectangle
     tooltips             the texts of the tooltips showing
+
+With --once it answers the one request given by its words, reading everything afresh: a helper
+that runs for long can miss objects that came after it started (embedded plugins' trees).
 
 Some toolkits keep a popup menu out of the tree of their application (GTK 3 leaves out a menu
 attached to a button, as panels' menus are), so menus are also collected from the events that
@@ -173,6 +177,12 @@ def on_event(event):
 
 
 def answer(request):
+    # What was read for an earlier request may have changed since.
+    for node in [pyatspi.Registry.getDesktop(0)] + announced:
+        try:
+            node.clear_cache()
+        except Exception:
+            pass
     words = request.split("\t")
     if words[0] == "menus":
         return open_menus()
@@ -184,6 +194,9 @@ def answer(request):
 
 
 def main():
+    if len(sys.argv) > 2 and sys.argv[1] == "--once":
+        print(json.dumps(answer("\t".join(sys.argv[2:])), ensure_ascii=False))
+        return 0
     if len(sys.argv) != 2:
         print(__doc__, file=sys.stderr)
         return 2
