@@ -39,15 +39,22 @@ protected:
     }
 
     // The tray's buttons have no accessible name in this panel: the icon is the one button of
-    // the top panel's tray (the top panel is 26 pixels high; the launchers are in the bottom one).
+    // the top panel's tray (the top panel is 26 pixels high; the launchers are in the bottom
+    // one). The tray runs as an external plugin whose objects are not always joined to the
+    // panel's (the plug's accessible path is set as it is realised, before its bridge is up):
+    // then the icon is found on the screen.
     std::optional<QRect> trayIcon() override {
         for (const QString& application : panelApplications())
             for (const QRect& rect :
                  reader().find(application, QStringLiteral("push button"), QString()))
                 if (rect.top() < 26 && rect.width() > 0)
                     return rect;
-        return std::nullopt;
+        return iconByDifference(26);
     }
+
+    // GTK names a menu entry after its label without the underscores, which are mnemonic marks
+    // where the label uses them; the label is drawn as it is.
+    QString readAs(const QString& label) const override { return QString(label).remove(u'_'); }
 
 private:
     QString m_log;

@@ -36,6 +36,8 @@ QuillmarProcess::~QuillmarProcess() {
 QStringList QuillmarProcess::environment() const {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("BROWSER"), m_folder + QStringLiteral("/bin/browser"));
+    // Its own menu is read as a screen reader reads it.
+    environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
     environment.insert(QStringLiteral("PATH"), m_folder + QStringLiteral("/bin:") +
                                                    environment.value(QStringLiteral("PATH")));
     return environment.toStringList();

@@ -70,10 +70,6 @@ QString describe(const QList<ScreenReader::Menu>& menus) {
     return parts.isEmpty() ? QStringLiteral("no menu") : parts.join(QStringLiteral("; "));
 }
 
-bool near(QRect area, QPoint point, int margin) {
-    return area.adjusted(-margin, -margin, margin, margin).contains(point);
-}
-
 } // namespace
 
 ShellTest::~ShellTest() = default;
@@ -124,6 +120,7 @@ void ShellTest::initTestCase() {
              qPrintable(QStringLiteral("%1 did not start (logs in %2)")
                             .arg(name(), folder + QStringLiteral("/logs"))));
     qInfo("%s up in %lld ms", qPrintable(name()), started.elapsed());
+    m_beforeQuillmar = QImage(screenshot(QStringLiteral("shell")));
 
     m_service = std::make_unique<FakeRaindropService>(token);
     m_service->addCollection(workId, QStringLiteral("Work"));
@@ -281,6 +278,65 @@ std::optional<QRect> ShellTest::trayIcon() {
     return std::nullopt;
 }
 
+std::optional<QRect> ShellTest::iconByDifference(int panelHeight) {
+    const QImage now(screenshot(QStringLiteral("finding-icon")));
+    if (now.size() != m_beforeQuillmar.size())
+        return std::nullopt;
+    const int strip = panelHeight;
+    std::optional<QRect> best;
+    int bestChanged = 0;
+    for (const int top : {0, now.height() - strip}) {
+        // Changed pixels per column of the strip; a run of changed columns is a block.
+        QList<int> changed(now.width(), 0);
+        QList<int> firstRow(now.width(), strip), lastRow(now.width(), -1);
+        for (int y = 0; y < strip; ++y)
+            for (int x = 0; x < now.width(); ++x)
+                if (now.pixel(x, top + y) != m_beforeQuillmar.pixel(x, top + y)) {
+                    ++changed[x];
+                    firstRow[x] = std::min(firstRow[x], y);
+                    lastRow[x] = std::max(lastRow[x], y);
+                }
+        for (int x = 0; x < now.width();) {
+            if (!changed[x]) {
+                ++x;
+                continue;
+            }
+            int end = x, total = 0, rowFrom = strip, rowTo = -1;
+            for (; end < now.width() && changed[end]; ++end) {
+                total += changed[end];
+                rowFrom = std::min(rowFrom, firstRow[end]);
+                rowTo = std::max(rowTo, lastRow[end]);
+            }
+            // Within the block, the icon is where something is drawn on the panel's ground
+            // (the top row of the strip): a plain area that moved aside is no icon.
+            int drawnFrom = -1, drawnTo = -1;
+            for (int column = x; column < end; ++column) {
+                const QColor ground = now.pixelColor(column, top);
+                int drawn = 0;
+                for (int y = rowFrom; y <= rowTo; ++y) {
+                    const QColor c = now.pixelColor(column, top + y);
+                    drawn += std::abs(c.red() - ground.red()) +
+                                 std::abs(c.green() - ground.green()) +
+                                 std::abs(c.blue() - ground.blue()) >
+                             90;
+                }
+                if (drawn >= 2) {
+                    drawnFrom = drawnFrom < 0 ? column : drawnFrom;
+                    drawnTo = column;
+                }
+            }
+            const int width = drawnTo - drawnFrom + 1;
+            // An icon, not a shifted separator line nor a changed digit of a clock.
+            if (drawnFrom >= 0 && width >= 8 && width <= 64 && total > bestChanged && total > 100) {
+                bestChanged = total;
+                best = QRect(drawnFrom, top + rowFrom, width, rowTo - rowFrom + 1);
+            }
+            x = end;
+        }
+    }
+    return best;
+}
+
 void ShellTest::openPanelMenu(QRect icon) {
     X11Input::click(icon.center(), 3);
 }
@@ -327,8 +383,16 @@ std::optional<ScreenReader::Menu> ShellTest::openPanelMenuShowing(const QString&
     return menus->constFirst();
 }
 
-std::optional<QList<ScreenReader::Menu>> ShellTest::openSubmenu(const QString& label,
-                                                                const QString& expected) {
+QStringList ShellTest::readAs(QStringList labels) const {
+    for (QString& label : labels)
+        label = readAs(label);
+    return labels;
+}
+
+std::optional<QList<ScreenReader::Menu>> ShellTest::openSubmenu(const QString& shownLabel,
+                                                                const QString& shownExpected) {
+    const QString label = readAs(shownLabel);
+    const QString expected = readAs(shownExpected);
     const QList<ScreenReader::Menu> menus = openMenus();
     const ScreenReader::Entry* entry = entryOf(menus, label);
     if (!entry)
@@ -342,9 +406,8 @@ std::optional<QList<ScreenReader::Menu>> ShellTest::openSubmenu(const QString& l
 }
 
 bool ShellTest::choose(const QString& label, bool own) {
-    const ScreenReader::Entry* entry = nullptr;
     const QList<ScreenReader::Menu> menus = openMenus(own);
-    entry = entryOf(menus, label);
+    const ScreenReader::Entry* entry = entryOf(menus, own ? label : readAs(label));
     if (!entry)
         return false;
     X11Input::click(entry->rect.center());
@@ -470,7 +533,7 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     QVERIFY(runQuillmar(Account::NotSetUp));
     auto menu = openPanelMenuShowing(QStringLiteral("Welcome to Quillmar"));
     QVERIFY2(menu, "the panel's menu did not open with the setup menu");
-    QCOMPARE(menu->labels(), setupMenu);
+    QCOMPARE(menu->labels(), readAs(setupMenu));
     QVERIFY(!menu->entries.at(0).enabled && !menu->entries.at(1).enabled);
     QVERIFY(menu->entries.at(3).enabled && menu->entries.at(4).enabled);
     screenshot(QStringLiteral("setup-menu"));
@@ -487,14 +550,14 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     QVERIFY(runQuillmar(Account::SetUp));
     menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
     QVERIFY2(menu, "the panel's menu did not open with the bookmark menu");
-    QCOMPARE(menu->labels(), FakeRaindropService::fullMenuLabels());
+    QCOMPARE(menu->labels(), readAs(FakeRaindropService::fullMenuLabels()));
     screenshot(QStringLiteral("full-menu"));
 
     const QString link = m_pages.baseUrl() + QStringLiteral("/tom");
     auto menus = openSubmenu(QStringLiteral("Tom & Jerry_2"), QStringLiteral("⎘ Copy URL"));
     QVERIFY2(menus, "a favourite's actions did not show");
     if (submenus() == Submenus::Cascading)
-        QCOMPARE(menuWith(*menus, QStringLiteral("⎘ Copy URL"))->labels(), bookmarkActions);
+        QCOMPARE(menuWith(*menus, QStringLiteral("⎘ Copy URL"))->labels(), readAs(bookmarkActions));
     screenshot(QStringLiteral("bookmark-actions"));
     QVERIFY(copyFromOutside(QStringLiteral("nothing yet")));
     QVERIFY(choose(QStringLiteral("⎘ Copy URL")));
@@ -535,8 +598,9 @@ void ShellTest::lazySubmenusFillOnFirstOpen() {
     // The pinned collection's warm-up fails, so that it is not in the cache when opened.
     m_service->failListRequests(workId, 1);
     m_account.reset();
+    const int warmUps = m_service->collectionRequests(workId);
     QVERIFY(runQuillmar(Account::SetUp));
-    QVERIFY(waitUntil([this] { return m_service->collectionRequests(workId) == 1; }));
+    QVERIFY(waitUntil([&] { return m_service->collectionRequests(workId) == warmUps + 1; }));
 
     struct Case {
         QStringList path; // the entries opened in turn; the last one is lazily filled
@@ -588,7 +652,7 @@ void ShellTest::lazySubmenusFillOnFirstOpen() {
                 continue;
             }
             // In place: the menu it belongs to is still open, and it is on the screen.
-            const ScreenReader::Entry* shown = entryOf(*menus, c.bookmark);
+            const ScreenReader::Entry* shown = entryOf(*menus, readAs(c.bookmark));
             if (!QRect(QPoint(0, 0), m_session->screen()).contains(shown->rect))
                 failures.append(QStringLiteral("%1: its bookmarks are off the screen at %2,%3")
                                     .arg(name)
@@ -616,32 +680,34 @@ void ShellTest::clipboardItemFollowsClipboard() {
         {QStringLiteral("ftp://example.org/file"), false},
     };
     QStringList failures;
+    const auto state = [](const QString& text, bool enabled) {
+        return QStringLiteral("with \"%1\" on the clipboard the entry is %2")
+            .arg(text, enabled ? QStringLiteral("enabled") : QStringLiteral("disabled"));
+    };
+    // Quillmar's own menu first: the panel's menu, just closed, can keep it from opening (a
+    // case of its own under point 6).
     for (const auto& [text, enabled] : clipboards) {
         QVERIFY(copyFromOutside(text));
-        const auto menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
-        QVERIFY(menu);
-        if (menu->entries.constFirst().enabled != enabled)
-            failures.append(
-                QStringLiteral("panel's menu with \"%1\" on the clipboard: %2")
-                    .arg(text, enabled ? QStringLiteral("disabled") : QStringLiteral("enabled")));
-        closeMenus();
-
-        QVERIFY(ChildProcess::run({QStringLiteral("dbus-send"), QStringLiteral("--session"),
-                                   QStringLiteral("--dest=app.quillmar.Quillmar"),
-                                   QStringLiteral("/app/quillmar/Quillmar"),
-                                   QStringLiteral("app.quillmar.Quillmar.ShowMenu")})
-                    .exitCode == 0);
+        QVERIFY(showMenuOverBus());
         const auto own = waitForMenus(
             [](const QList<ScreenReader::Menu>& menus) {
                 return menuWith(menus, QStringLiteral("📋 Add Clipboard URL"));
             },
             true);
         QVERIFY2(own, "Quillmar's own menu did not open");
-        if (entryOf(*own, QStringLiteral("📋 Add Clipboard URL"))->enabled != enabled)
-            failures.append(
-                QStringLiteral("own menu with \"%1\" on the clipboard: %2")
-                    .arg(text, enabled ? QStringLiteral("disabled") : QStringLiteral("enabled")));
+        const bool shown = entryOf(*own, QStringLiteral("📋 Add Clipboard URL"))->enabled;
+        if (shown != enabled)
+            failures.append(QStringLiteral("own menu: ") + state(text, shown));
         closeMenus(true);
+    }
+    for (const auto& [text, enabled] : clipboards) {
+        QVERIFY(copyFromOutside(text));
+        const auto menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
+        QVERIFY(menu);
+        if (menu->entries.constFirst().enabled != enabled)
+            failures.append(QStringLiteral("panel's menu: ") +
+                            state(text, menu->entries.constFirst().enabled));
+        closeMenus();
     }
     QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
 }
@@ -762,12 +828,10 @@ void ShellTest::ownMenuOpensAtIconOrPointer() {
         const QRect rect = menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect;
         closeMenus(true);
         closeMenus();
-        // A corner of the menu touches the icon or the pointer.
-        const QList<QPoint> corners = {rect.topLeft(), rect.topRight(), rect.bottomLeft(),
-                                       rect.bottomRight()};
-        for (const QPoint& corner : corners)
-            if (near(*icon, corner, 48) || near(QRect(pointer, QSize(1, 1)), corner, 48))
-                return {};
+        // The menu covers or touches the icon or the pointer.
+        const QRect reach = rect.adjusted(-48, -48, 48, 48);
+        if (reach.intersects(*icon) || reach.contains(pointer))
+            return {};
         return QStringLiteral("%1: the menu opened at %2,%3 %4x%5, away from the icon and pointer")
             .arg(how)
             .arg(rect.x())
@@ -787,6 +851,12 @@ void ShellTest::ownMenuOpensAtIconOrPointer() {
                                                m_manifest.baseUrl()};
     QCOMPARE(m_quillmar->startSecondInstance(addresses), 0);
     failures.append(ownMenuNear(QStringLiteral("second start"), elsewhere));
+    // Right after the panel's menu closed, as when a person dismisses one and presses the key.
+    QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+    closeMenus();
+    X11Input::moveTo(elsewhere);
+    X11Input::pressKeys(QStringLiteral("ctrl+alt+r"));
+    failures.append(ownMenuNear(QStringLiteral("hot key after the panel's menu"), elsewhere));
     failures.removeAll(QString());
     QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
 }

@@ -7,6 +7,7 @@
 #include "ScreenReader.h"
 #include "TestHttpServer.h"
 
+#include <QImage>
 #include <QObject>
 #include <QPair>
 #include <QRect>
@@ -51,8 +52,15 @@ protected:
     virtual void activate(QRect icon);
     // Whether the tooltip's text is light on a dark ground.
     virtual bool darkTooltips() const { return true; }
+    // A label as the shell's accessible objects give it.
+    virtual QString readAs(const QString& label) const { return label; }
     // The log of the program that draws the tray.
     virtual QString shellLog() const = 0;
+
+    // Where the screen differs from how it was before Quillmar first ran by an icon-sized
+    // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
+    // shells that do not expose their tray's buttons.
+    std::optional<QRect> iconByDifference(int panelHeight);
 
     DesktopSession& session() { return *m_session; }
     ScreenReader& reader() { return m_reader; }
@@ -96,6 +104,7 @@ private:
                  bool own = false, std::chrono::milliseconds timeout = std::chrono::seconds(15));
     // Opens the panel's menu; the menu once it shows firstLabel at its top.
     std::optional<ScreenReader::Menu> openPanelMenuShowing(const QString& firstLabel);
+    QStringList readAs(QStringList labels) const;
     // Opens the submenu of the entry label of the open menus; the menus once one of them
     // shows expected.
     std::optional<QList<ScreenReader::Menu>> openSubmenu(const QString& label,
@@ -128,4 +137,5 @@ private:
     ChildProcess m_clipboardOwner;
     QString m_clipboardFile;
     int m_shots = 0;
+    QImage m_beforeQuillmar;
 };
