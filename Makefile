@@ -69,8 +69,8 @@ run: deps-run
 # real desktop shells wait on what they see and run once: each takes minutes.
 test: deps-test
 	@$(MAKE) --no-print-directory build
-	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --repeat until-pass:2 -LE desktop
-	cd $(BUILD_DIR) && ctest --output-on-failure -L desktop
+	cd $(BUILD_DIR) && { ctest --output-on-failure -j $(JOBS) --repeat until-pass:2 -LE desktop; \
+		others=$$?; ctest --output-on-failure -L desktop && exit $$others; }
 	@$(MAKE) --no-print-directory sanitize-test
 	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=$(TEST_FUZZ_SECONDS)
 
