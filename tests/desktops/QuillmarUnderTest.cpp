@@ -3,24 +3,17 @@
 // plays them on 127.0.0.1), so that it runs inside a real desktop session as its own process.
 // Only this test program takes options; the shipped one has none.
 
-#include "app/AppDelegate.h"
-#include "app/SingleInstance.h"
+#include "app/Application.h"
 #include "config/Environment.h"
 #include "menu/MenuManager.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QPointer>
-#include <QTimer>
 
 #include <chrono>
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Quillmar"));
-    QApplication::setOrganizationName(QStringLiteral("Quillmar"));
-    QApplication::setDesktopFileName(QStringLiteral("app.quillmar.Quillmar"));
-    QApplication::setQuitOnLastWindowClosed(false);
 
     QCommandLineParser parser;
     const QCommandLineOption apiBase(QStringLiteral("api-base"), QStringLiteral("REST base"),
@@ -29,7 +22,8 @@ int main(int argc, char* argv[]) {
                                     QStringLiteral("url"));
     const QCommandLineOption manifest(QStringLiteral("update-manifest"),
                                       QStringLiteral("update manifest"), QStringLiteral("url"));
-    // The menu's refresh timer, shortened so that a test sees it fire while a menu is open.
+    // The menu's refresh timer, shortened so that a test sees it fire while a menu is open, or
+    // lengthened so that it does not fire amid another check.
     const QCommandLineOption refresh(QStringLiteral("refresh-seconds"),
                                      QStringLiteral("refresh interval"), QStringLiteral("seconds"));
     parser.addOptions({apiBase, webApp, manifest, refresh});
@@ -46,17 +40,9 @@ int main(int argc, char* argv[]) {
     if (parser.isSet(refresh))
         timings.refreshInterval = std::chrono::seconds(parser.value(refresh).toInt());
 
-    SingleInstance instance;
-    if (!instance.claim()) {
-        instance.showMenuInRunningInstance();
+    Application quillmar(environment);
+    quillmar.setTimings(timings);
+    if (!quillmar.start())
         return 0;
-    }
-
-    AppDelegate delegate(environment, timings);
-    instance.setAction([target = QPointer<AppDelegate>(&delegate)] {
-        if (target && target->statusItem())
-            target->statusItem()->performClick();
-    });
-    QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
     return QApplication::exec();
 }

@@ -228,7 +228,8 @@ bool ShellTest::runQuillmar(Account account, const QStringList& arguments) {
     m_account = account;
     m_arguments = arguments;
     // Ready once the panel shows the icon and, with a token, the menu is complete.
-    if (!waitUntil([this] { return registeredItem() && trayIcon(); }, 30s)) {
+    m_icon.reset();
+    if (!waitUntil([this] { return registeredItem() && (m_icon = trayIcon()); }, 30s)) {
         qWarning("Quillmar %s registered with the panel's watcher; its icon %s found",
                  registeredItem() ? "is" : "is not", trayIcon() ? "is" : "is not");
         return false;
@@ -370,7 +371,7 @@ ShellTest::waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>
 }
 
 std::optional<ScreenReader::Menu> ShellTest::openPanelMenuShowing(const QString& firstLabel) {
-    const auto icon = trayIcon();
+    const auto icon = m_icon;
     if (!icon)
         return std::nullopt;
     openPanelMenu(*icon);
@@ -470,7 +471,7 @@ QString ShellTest::shellLogSince(qint64 offset) const {
 // gets a name it finds in the icon theme.
 void ShellTest::iconShownWithTooltip() {
     QVERIFY2(runQuillmar(Account::NotSetUp), "Quillmar's icon did not show in the panel");
-    const auto icon = trayIcon();
+    const auto icon = m_icon;
     QVERIFY(icon);
     const QImage screen(screenshot(QStringLiteral("icon")));
     // Drawn: a good part of the icon's pixels differ from the panel's ground at its corner.
@@ -695,6 +696,7 @@ void ShellTest::clipboardItemFollowsClipboard() {
             },
             true);
         QVERIFY2(own, "Quillmar's own menu did not open");
+        screenshot(QStringLiteral("clipboard-own-%1").arg(enabled ? "url" : "text"));
         const bool shown = entryOf(*own, QStringLiteral("📋 Add Clipboard URL"))->enabled;
         if (shown != enabled)
             failures.append(QStringLiteral("own menu: ") + state(text, shown));
@@ -704,6 +706,7 @@ void ShellTest::clipboardItemFollowsClipboard() {
         QVERIFY(copyFromOutside(text));
         const auto menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
         QVERIFY(menu);
+        screenshot(QStringLiteral("clipboard-panel-%1").arg(enabled ? "url" : "text"));
         if (menu->entries.constFirst().enabled != enabled)
             failures.append(QStringLiteral("panel's menu: ") +
                             state(text, menu->entries.constFirst().enabled));
@@ -812,7 +815,7 @@ bool ShellTest::showMenuOverBus() {
 // own menu, at the icon or at the pointer.
 void ShellTest::ownMenuOpensAtIconOrPointer() {
     QVERIFY(runQuillmar(Account::SetUp));
-    const auto icon = trayIcon();
+    const auto icon = m_icon;
     QVERIFY(icon);
     const QPoint elsewhere(m_session->screen().width() / 2, m_session->screen().height() / 2);
     const auto ownMenuNear = [&](const QString& how, QPoint pointer) -> QString {
@@ -959,7 +962,7 @@ void ShellTest::itemAnswersEveryCallOfTheProtocol() {
                                        "ItemsPropertiesUpdated"));
 
     // Real input the item's panel turns into these calls: a middle click, the wheel.
-    const auto icon = trayIcon();
+    const auto icon = m_icon;
     QVERIFY(icon);
     const qint64 logSize = shellLogSize();
     X11Input::click(icon->center(), 2);

@@ -138,4 +138,6 @@ private:
     QString m_clipboardFile;
     int m_shots = 0;
     QImage m_beforeQuillmar;
+    // Where the panel shows the running Quillmar's icon.
+    std::optional<QRect> m_icon;
 };
