@@ -696,7 +696,8 @@ void ShellTest::clipboardItemFollowsClipboard() {
             },
             true);
         QVERIFY2(own, "Quillmar's own menu did not open");
-        screenshot(QStringLiteral("clipboard-own-%1").arg(enabled ? "url" : "text"));
+        screenshot(QStringLiteral("clipboard-own-%1")
+                       .arg(enabled ? QStringLiteral("url") : QStringLiteral("text")));
         const bool shown = entryOf(*own, QStringLiteral("📋 Add Clipboard URL"))->enabled;
         if (shown != enabled)
             failures.append(QStringLiteral("own menu: ") + state(text, shown));
@@ -706,7 +707,8 @@ void ShellTest::clipboardItemFollowsClipboard() {
         QVERIFY(copyFromOutside(text));
         const auto menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
         QVERIFY(menu);
-        screenshot(QStringLiteral("clipboard-panel-%1").arg(enabled ? "url" : "text"));
+        screenshot(QStringLiteral("clipboard-panel-%1")
+                       .arg(enabled ? QStringLiteral("url") : QStringLiteral("text")));
         if (menu->entries.constFirst().enabled != enabled)
             failures.append(QStringLiteral("panel's menu: ") +
                             state(text, menu->entries.constFirst().enabled));
