@@ -116,7 +116,7 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
                            QStringLiteral("--psm"), QStringLiteral("4"), QStringLiteral("tsv")},
                           std::chrono::seconds(60));
     // Words grouped into their lines: block, paragraph and line numbers name a line.
-    QMap<std::tuple<int, int, int>, TextLine> lines;
+    QMap<std::tuple<int, int, int, int>, TextLine> lines;
     for (const QString& row : QString::fromUtf8(tsv.output).split(u'\n')) {
         const QStringList columns = row.split(u'\t');
         if (columns.size() < 12 || columns.at(0) != QStringLiteral("5"))
@@ -127,8 +127,12 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
         const QRect box(columns.at(6).toInt() / scale + part.x(),
                         columns.at(7).toInt() / scale + part.y(), columns.at(8).toInt() / scale,
                         columns.at(9).toInt() / scale);
-        TextLine& line =
-            lines[{columns.at(2).toInt(), columns.at(3).toInt(), columns.at(4).toInt()}];
+        // Words far apart on one line are texts of their own (a menu entry's key hint).
+        std::tuple<int, int, int, int> key{columns.at(2).toInt(), columns.at(3).toInt(),
+                                           columns.at(4).toInt(), 0};
+        while (lines.contains(key) && box.left() - lines[key].rect.right() > 40)
+            ++std::get<3>(key);
+        TextLine& line = lines[key];
         line.text = line.text.isEmpty() ? word : line.text + u' ' + word;
         line.rect = line.rect.isNull() ? box : line.rect.united(box);
     }

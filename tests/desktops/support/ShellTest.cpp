@@ -229,7 +229,12 @@ bool ShellTest::runQuillmar(Account account, const QStringList& arguments) {
     m_arguments = arguments;
     // Ready once the panel shows the icon and, with a token, the menu is complete.
     m_icon.reset();
-    if (!waitUntil([this] { return registeredItem() && (m_icon = trayIcon()); }, 30s)) {
+    const bool up = waitUntil([this] { return registeredItem() && (m_icon = trayIcon()); }, 30s);
+    if (up && readsMenusByOcr()) {
+        X11Input::moveTo(QPoint(m_session->screen().width() / 2, m_session->screen().height() / 2));
+        m_withoutMenus = QImage(screenshot(QStringLiteral("no-menu")));
+    }
+    if (!up) {
         qWarning("Quillmar %s registered with the panel's watcher; its icon %s found",
                  registeredItem() ? "is" : "is not", trayIcon() ? "is" : "is not");
         return false;
@@ -346,7 +351,89 @@ void ShellTest::activate(QRect icon) {
     X11Input::click(icon.center(), 1);
 }
 
+QString ShellTest::ocrLabel(const QString& label) {
+    // What OCR reads reliably of a menu label: its letters and digits (no emoji, no marks).
+    QString letters;
+    for (const QChar c : label)
+        if (c.isLetterOrNumber() && c.unicode() < 0x2000)
+            letters.append(c.toLower());
+    return letters;
+}
+
+QList<ScreenReader::Menu> ShellTest::menusByOcr() {
+    // The menus are what differs from the screen as it was with none open, outside the panel.
+    const QString file = screenshot(QStringLiteral("reading-menus"));
+    const QImage now(file);
+    if (now.size() != m_withoutMenus.size())
+        return {};
+    // Cells of 4x4 pixels that changed; the menus are those joined to the icon, which they open
+    // beside (a window elsewhere, such as the settings, is not a menu).
+    constexpr int cell = 4;
+    const int columns = now.width() / cell, rows = now.height() / cell;
+    const QRect panel = panelArea();
+    QList<bool> changed(columns * rows, false);
+    for (int y = 0; y < rows * cell; y += 2)
+        for (int x = 0; x < columns * cell; x += 2)
+            if (!panel.contains(x, y) && now.pixel(x, y) != m_withoutMenus.pixel(x, y))
+                changed[(y / cell) * columns + x / cell] = true;
+    const QRect seedArea = m_icon.value_or(QRect()).adjusted(-80, -80, 80, 80);
+    QList<int> pending;
+    QList<bool> reached(columns * rows, false);
+    for (int i = 0; i < changed.size(); ++i)
+        if (changed[i] &&
+            seedArea.intersects(QRect((i % columns) * cell, (i / columns) * cell, cell, cell))) {
+            reached[i] = true;
+            pending.append(i);
+        }
+    QRect area;
+    while (!pending.isEmpty()) {
+        const int i = pending.takeLast();
+        const int cx = i % columns, cy = i / columns;
+        area = area.united(QRect(cx * cell, cy * cell, cell, cell));
+        for (int dy = -2; dy <= 2; ++dy)
+            for (int dx = -2; dx <= 2; ++dx) {
+                const int nx = cx + dx, ny = cy + dy;
+                if (nx < 0 || ny < 0 || nx >= columns || ny >= rows)
+                    continue;
+                const int n = ny * columns + nx;
+                if (changed[n] && !reached[n]) {
+                    reached[n] = true;
+                    pending.append(n);
+                }
+            }
+    }
+    if (area.width() < 40 || area.height() < 20)
+        return {};
+    ScreenReader::Menu menu;
+    menu.application = panelApplications().constFirst();
+    menu.rect = area;
+    const QList<ScreenReader::TextLine> read = ScreenReader::readText(file, area, false);
+    QList<ScreenReader::TextLine> lines = read;
+    // A text right of another on its row is that entry's key hint.
+    lines.removeIf([&read](const ScreenReader::TextLine& line) {
+        return std::any_of(read.cbegin(), read.cend(), [&line](const auto& other) {
+            return std::abs(other.rect.center().y() - line.rect.center().y()) < 6 &&
+                   other.rect.right() < line.rect.left();
+        });
+    });
+    for (const ScreenReader::TextLine& line : std::as_const(lines)) {
+        // Grey text is a disabled entry: its darkest pixels stay light.
+        int darkest = 255;
+        for (int y = line.rect.top(); y <= line.rect.bottom(); ++y)
+            for (int x = line.rect.left(); x <= line.rect.right(); ++x)
+                darkest = std::min(darkest, qGray(now.pixel(x, y)));
+        // The whole width of the menu is the entry's, as a click sees it.
+        const QRect rect(area.left(), line.rect.top() - 2, area.width(), line.rect.height() + 4);
+        menu.entries.append(
+            {ocrLabel(line.text), QStringLiteral("item"), darkest < 90,
+             QRect(line.rect.left(), rect.top(), line.rect.width(), rect.height())});
+    }
+    return {menu};
+}
+
 QList<ScreenReader::Menu> ShellTest::openMenus(bool own) {
+    if (!own && readsMenusByOcr())
+        return menusByOcr();
     QList<ScreenReader::Menu> menus;
     const QStringList applications = own ? QStringList{ownApplication} : panelApplications();
     for (const ScreenReader::Menu& menu : m_reader.menus())
@@ -377,14 +464,21 @@ std::optional<ScreenReader::Menu> ShellTest::openPanelMenuShowing(const QString&
     openPanelMenu(*icon);
     const auto menus = waitForMenus([&](const QList<ScreenReader::Menu>& menus) {
         return !menus.isEmpty() && !menus.constFirst().entries.isEmpty() &&
-               menus.constFirst().entries.constFirst().label == firstLabel;
+               menus.constFirst().entries.constFirst().label == readAs(firstLabel);
     });
     if (!menus)
         return std::nullopt;
     return menus->constFirst();
 }
 
+QString ShellTest::readAs(const QString& label) const {
+    return readsMenusByOcr() ? ocrLabel(label) : label;
+}
+
 QStringList ShellTest::readAs(QStringList labels) const {
+    // OCR sees no separator lines.
+    if (readsMenusByOcr())
+        labels.removeAll(QStringLiteral("---"));
     for (QString& label : labels)
         label = readAs(label);
     return labels;
@@ -535,8 +629,10 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     auto menu = openPanelMenuShowing(QStringLiteral("Welcome to Quillmar"));
     QVERIFY2(menu, "the panel's menu did not open with the setup menu");
     QCOMPARE(menu->labels(), readAs(setupMenu));
-    QVERIFY(!menu->entries.at(0).enabled && !menu->entries.at(1).enabled);
-    QVERIFY(menu->entries.at(3).enabled && menu->entries.at(4).enabled);
+    for (const QString& label : setupMenu)
+        if (label != QStringLiteral("---"))
+            QCOMPARE(menu->find(readAs(label))->enabled,
+                     label == QStringLiteral("Settings…") || label == QStringLiteral("Quit"));
     screenshot(QStringLiteral("setup-menu"));
     QVERIFY(choose(QStringLiteral("Settings…")));
     expect(waitUntil([this] { return settingsWindowShown(); }),

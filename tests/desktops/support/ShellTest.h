@@ -52,8 +52,13 @@ protected:
     virtual void activate(QRect icon);
     // Whether the tooltip's text is light on a dark ground.
     virtual bool darkTooltips() const { return true; }
-    // A label as the shell's accessible objects give it.
-    virtual QString readAs(const QString& label) const { return label; }
+    // A label as it is read on the screen: as the shell's accessible objects give it, or its
+    // letters and digits where menus are read by OCR.
+    virtual QString readAs(const QString& label) const;
+    // Whether the shell's menus are read from screenshots (it does not expose them).
+    virtual bool readsMenusByOcr() const { return false; }
+    // The panel's area, left out when menus are read from screenshots.
+    virtual QRect panelArea() const { return {}; }
     // The log of the program that draws the tray.
     virtual QString shellLog() const = 0;
 
@@ -98,6 +103,8 @@ private:
     QString screenshot(const QString& name);
     // The open menus of the panel (own: of Quillmar itself).
     QList<ScreenReader::Menu> openMenus(bool own = false);
+    QList<ScreenReader::Menu> menusByOcr();
+    static QString ocrLabel(const QString& label);
     // The open menus once check holds for them; none when it does not in time.
     std::optional<QList<ScreenReader::Menu>>
     waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check,
@@ -138,6 +145,8 @@ private:
     QString m_clipboardFile;
     int m_shots = 0;
     QImage m_beforeQuillmar;
+    // The screen with Quillmar's icon and no menu, for reading menus from screenshots.
+    QImage m_withoutMenus;
     // Where the panel shows the running Quillmar's icon.
     std::optional<QRect> m_icon;
 };
