@@ -85,10 +85,23 @@ def walk(node, depth=0):
             yield from walk(child, depth + 1)
 
 
+def text_of(node, depth=0):
+    """A node's name, or the first name of its descendants (GNOME Shell names an entry's label,
+    not the entry)."""
+    if node.name:
+        return node.name
+    if depth < 4:
+        for child in children(node):
+            text = text_of(child, depth + 1)
+            if text:
+                return text
+    return ""
+
+
 def entry(node):
     s = states(node)
     return {
-        "label": node.name or "",
+        "label": text_of(node),
         "role": ENTRY_ROLES.get(role(node), "other"),
         "enabled": bool(s and (s.contains(pyatspi.STATE_ENABLED) or s.contains(pyatspi.STATE_SENSITIVE))),
         "rect": rectangle(node),
@@ -117,9 +130,21 @@ def open_menus():
         for node in walk(app):
             if role(node) in MENU_ROLES and node not in candidates:
                 candidates.append(node)
+            # Some toolkits (GNOME Shell's) give menu items no menu as their container: the
+            # container of showing menu items is a menu too.
+            elif role(node) in ENTRY_ROLES and role(node) != pyatspi.ROLE_SEPARATOR:
+                try:
+                    parent = node.parent
+                except Exception:
+                    parent = None
+                if parent is not None and role(parent) not in ENTRY_ROLES and parent not in candidates:
+                    candidates.append(parent)
     menus = []
     for node in candidates:
         if not showing(node):
+            continue
+        if role(node) not in MENU_ROLES and any(
+                role(c) in MENU_ROLES and showing(c) for c in children(node)):
             continue
         items = entries_of(node)
         # An entry that opens a submenu has the menu role too: it counts as an open menu only
