@@ -100,9 +100,14 @@ def text_of(node, depth=0):
 
 def entry(node):
     s = states(node)
+    label = text_of(node)
+    kind = ENTRY_ROLES.get(role(node), "other")
+    # GNOME Shell's separators are menu items without a label.
+    if kind == "item" and not label:
+        kind = "separator"
     return {
-        "label": text_of(node),
-        "role": ENTRY_ROLES.get(role(node), "other"),
+        "label": label,
+        "role": kind,
         "enabled": bool(s and (s.contains(pyatspi.STATE_ENABLED) or s.contains(pyatspi.STATE_SENSITIVE))),
         "rect": rectangle(node),
     }
