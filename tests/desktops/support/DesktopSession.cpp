@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QThread>
 
+#include <csignal>
 #include <sys/stat.h>
 
 namespace {
@@ -84,8 +85,20 @@ bool DesktopSession::startAccessibilityBus() {
             {QStringLiteral("dbus-send"), QStringLiteral("--session"),
              QStringLiteral("--print-reply=literal"), QStringLiteral("--dest=org.a11y.Bus"),
              QStringLiteral("/org/a11y/bus"), QStringLiteral("org.a11y.Bus.GetAddress")});
-        if (reply.exitCode == 0 && reply.output.contains("unix:"))
+        if (reply.exitCode == 0 && reply.output.contains("unix:")) {
+            // The launcher's bus daemon leaves the launcher's process group and outlives it:
+            // it is stopped by its process id, which it tells itself.
+            const auto pid = ChildProcess::run(
+                {QStringLiteral("dbus-send"),
+                 QStringLiteral("--address=") + QString::fromUtf8(reply.output.trimmed()),
+                 QStringLiteral("--print-reply=literal"),
+                 QStringLiteral("--dest=org.freedesktop.DBus"),
+                 QStringLiteral("/org/freedesktop/DBus"),
+                 QStringLiteral("org.freedesktop.DBus.GetConnectionUnixProcessID"),
+                 QStringLiteral("string:org.freedesktop.DBus")});
+            m_accessibilityBusPid = pid.output.trimmed().split(' ').last().toLongLong();
             return true;
+        }
         QThread::msleep(100);
     }
     return fail(QStringLiteral("the accessibility bus did not answer"));
@@ -125,6 +138,9 @@ void DesktopSession::stop() {
         m_programs.back().process.stop();
         m_programs.pop_back();
     }
+    if (m_accessibilityBusPid > 0)
+        kill(pid_t(m_accessibilityBusPid), SIGTERM);
+    m_accessibilityBusPid = 0;
     m_systemBus.stop();
     m_desktop.reset();
 }

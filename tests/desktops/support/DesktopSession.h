@@ -67,5 +67,6 @@ private:
     };
     // In start order; a list, so that the pointers handed out stay valid.
     std::list<Program> m_programs;
+    qint64 m_accessibilityBusPid = 0;
     QString m_error;
 };
