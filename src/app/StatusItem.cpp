@@ -60,7 +60,8 @@ void StatusItem::panelStarted() {
 }
 
 bool StatusItem::useStatusNotifierItem() {
-    auto item = std::make_unique<StatusNotifierItem>(u"quillmar"_s, u"Quillmar"_s, dropIcon());
+    auto item = std::make_unique<StatusNotifierItem>(u"quillmar"_s, u"Quillmar"_s, dropIcon(),
+                                                     u"app.quillmar.Quillmar-symbolic"_s);
     if (!item->registerItem())
         return false;
     connect(item.get(), &StatusNotifierItem::activated, this, [this](QPoint at) {

@@ -43,8 +43,15 @@ DBusMenuExporter::DBusMenuExporter(QObject* parent)
     qDBusRegisterMetaType<DBusMenuItemList>();
     qDBusRegisterMetaType<DBusMenuEvent>();
     qDBusRegisterMetaType<DBusMenuEventList>();
+    qDBusRegisterMetaType<DBusMenuItemKeys>();
+    qDBusRegisterMetaType<DBusMenuItemKeysList>();
     qDBusRegisterMetaType<DBusMenuLayoutItem>();
     qDBusRegisterMetaType<QList<QStringList>>();
+    // Qt finds the types of exported methods and signals by the names written in their
+    // signatures; a list known only as QList<...> would leave its method unexported.
+    qRegisterMetaType<DBusMenuItemList>("DBusMenuItemList");
+    qRegisterMetaType<DBusMenuEventList>("DBusMenuEventList");
+    qRegisterMetaType<DBusMenuItemKeysList>("DBusMenuItemKeysList");
 }
 
 DBusMenuExporter::~DBusMenuExporter() = default;
@@ -104,6 +111,7 @@ int DBusMenuExporter::idOf(QAction* action) {
     connect(action, &QObject::destroyed, this, [this, action, id] {
         m_ids.remove(action);
         m_actions.remove(id);
+        m_told.remove(id);
     });
     return id;
 }
@@ -125,8 +133,13 @@ int DBusMenuExporter::idOfMenu(const QMenu* menu) {
     return idOf(menu->menuAction());
 }
 
-QVariantMap DBusMenuExporter::propertiesOf(QAction* action, const QStringList& names) {
+QVariantMap DBusMenuExporter::currentProperties(int id) const {
     QVariantMap properties;
+    if (id == 0) {
+        properties.insert(u"children-display"_s, u"submenu"_s);
+        return properties;
+    }
+    const QAction* action = actionOf(id);
     if (action->isSeparator()) {
         properties.insert(u"type"_s, u"separator"_s);
     } else {
@@ -139,6 +152,12 @@ QVariantMap DBusMenuExporter::propertiesOf(QAction* action, const QStringList& n
                               QVariant::fromValue(protocolShortcut(action->shortcut())));
     }
     properties.insert(u"visible"_s, action->isVisible());
+    return properties;
+}
+
+QVariantMap DBusMenuExporter::propertiesOf(int id, const QStringList& names) {
+    const QVariantMap properties = currentProperties(id);
+    m_told.insert(id, properties);
     if (names.isEmpty())
         return properties;
     QVariantMap chosen;
@@ -152,10 +171,7 @@ DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
                                               const QStringList& names) {
     DBusMenuLayoutItem item;
     item.id = id;
-    if (id == 0)
-        item.properties.insert(u"children-display"_s, u"submenu"_s);
-    else
-        item.properties = propertiesOf(actionOf(id), names);
+    item.properties = propertiesOf(id, names);
     if (!menu || depth == 0)
         return item;
     watch(menu);
@@ -183,21 +199,22 @@ uint DBusMenuExporter::GetLayout(int parentId, int recursionDepth, const QString
 DBusMenuItemList DBusMenuExporter::GetGroupProperties(const QList<int>& ids,
                                                       const QStringList& propertyNames) {
     DBusMenuItemList items;
-    // No ids: every entry.
-    const QList<int> wanted = ids.isEmpty() ? m_actions.keys() : ids;
-    for (const int id : wanted)
-        if (QAction* action = actionOf(id))
-            items.append({id, propertiesOf(action, propertyNames)});
+    // No ids: every entry, and the menu itself.
+    QList<int> wanted = ids;
+    if (wanted.isEmpty())
+        wanted = QList<int>{0} + m_actions.keys();
+    for (const int id : std::as_const(wanted))
+        if (id == 0 || actionOf(id))
+            items.append({id, propertiesOf(id, propertyNames)});
     return items;
 }
 
 QDBusVariant DBusMenuExporter::GetProperty(int id, const QString& name) {
-    QAction* action = actionOf(id);
-    if (!action) {
+    if (id != 0 && !actionOf(id)) {
         rejectUnknown(id);
         return {};
     }
-    return QDBusVariant(propertiesOf(action).value(name));
+    return QDBusVariant(propertiesOf(id).value(name));
 }
 
 void DBusMenuExporter::Event(int id, const QString& eventId, const QDBusVariant&, uint) {
@@ -293,18 +310,44 @@ bool DBusMenuExporter::eventFilter(QObject* watched, QEvent* event) {
     case QEvent::ActionRemoved:
     case QEvent::ActionChanged: {
         auto* menu = static_cast<QMenu*>(watched);
-        changed(menu);
-        if (event->type() != QEvent::ActionRemoved) {
-            QAction* action = static_cast<QActionEvent*>(event)->action();
-            if (action->menu())
-                watch(action->menu());
-        }
+        QAction* action = static_cast<QActionEvent*>(event)->action();
+        if (event->type() == QEvent::ActionChanged)
+            entryChanged(menu, action);
+        else
+            changed(menu);
+        if (event->type() != QEvent::ActionRemoved && action->menu())
+            watch(action->menu());
         break;
     }
     default:
         break;
     }
     return QObject::eventFilter(watched, event);
+}
+
+void DBusMenuExporter::entryChanged(QMenu* menu, QAction* action) {
+    const auto id = m_ids.constFind(action);
+    if (id == m_ids.cend())
+        return;
+    const auto told = m_told.constFind(*id);
+    // What no panel has read yet, it reads as it is.
+    if (told == m_told.cend())
+        return;
+    const QVariantMap now = currentProperties(*id);
+    // An entry that becomes a separator or gains a submenu is a new kind of entry to a panel.
+    for (const QString& structural : {u"type"_s, u"children-display"_s}) {
+        if (now.value(structural) != told->value(structural)) {
+            changed(menu);
+            return;
+        }
+    }
+    if (now == *told || m_changedEntries.contains(*id))
+        return;
+    m_changedEntries.append(*id);
+    if (!m_announcing) {
+        m_announcing = true;
+        QTimer::singleShot(0, this, &DBusMenuExporter::announce);
+    }
 }
 
 void DBusMenuExporter::changed(QMenu* menu) {
@@ -320,6 +363,31 @@ void DBusMenuExporter::changed(QMenu* menu) {
 
 void DBusMenuExporter::announce() {
     m_announcing = false;
+    DBusMenuItemList updated;
+    DBusMenuItemKeysList removed;
+    for (const int id : std::as_const(m_changedEntries)) {
+        const auto told = m_told.find(id);
+        if (told == m_told.end() || !actionOf(id))
+            continue;
+        const QVariantMap now = currentProperties(id);
+        QVariantMap changedValues;
+        for (auto it = now.cbegin(); it != now.cend(); ++it)
+            if (!told->contains(it.key()) || told->value(it.key()) != it.value())
+                changedValues.insert(it.key(), it.value());
+        QStringList gone;
+        for (auto it = told->cbegin(); it != told->cend(); ++it)
+            if (!now.contains(it.key()))
+                gone.append(it.key());
+        *told = now;
+        if (!changedValues.isEmpty())
+            updated.append({id, changedValues});
+        if (!gone.isEmpty())
+            removed.append({id, gone});
+    }
+    m_changedEntries.clear();
+    if (!updated.isEmpty() || !removed.isEmpty())
+        Q_EMIT ItemsPropertiesUpdated(updated, removed);
+
     QList<int> parents;
     if (m_wholeMenuChanged) {
         parents.append(0);

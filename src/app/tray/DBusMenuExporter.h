@@ -2,6 +2,7 @@
 
 #include "app/tray/DBusMenuEvent.h"
 #include "app/tray/DBusMenuItem.h"
+#include "app/tray/DBusMenuItemKeys.h"
 #include "app/tray/DBusMenuLayoutItem.h"
 
 #include <QDBusConnection>
@@ -20,9 +21,11 @@ class QAction;
 // Publishes a QMenu and its submenus over com.canonical.dbusmenu, so that a panel draws the
 // menu itself. Entries are the menus' QActions; the panel's about-to-show calls, clicks,
 // highlights and closings reach them as a Qt-drawn menu's would (QMenu::aboutToShow,
-// QAction::trigger, QAction::hover, QMenu::aboutToHide), and every change of the menus is
-// announced with a layout update, also when the whole menu is replaced. Labels go out in the
-// protocol's own notation, so the panel shows them exactly as the Qt-drawn menu does.
+// QAction::trigger, QAction::hover, QMenu::aboutToHide). Entries added or removed are announced
+// with a layout update, also when the whole menu is replaced; a changed label, enabled or
+// visible flag of an entry the panel knows goes out as a property update, which panels apply in
+// place. Labels go out in the protocol's own notation, so the panel shows them exactly as the
+// Qt-drawn menu does.
 class DBusMenuExporter : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.canonical.dbusmenu")
@@ -63,6 +66,8 @@ public Q_SLOTS:
 
 Q_SIGNALS:
     Q_SCRIPTABLE void LayoutUpdated(uint revision, int parent);
+    Q_SCRIPTABLE void ItemsPropertiesUpdated(const DBusMenuItemList& updatedProperties,
+                                             const DBusMenuItemKeysList& removedProperties);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -73,10 +78,14 @@ private:
     // The menu an id opens: the published menu for 0, else the entry's submenu.
     QMenu* menuOf(int id) const;
     int idOfMenu(const QMenu* menu);
-    QVariantMap propertiesOf(QAction* action, const QStringList& names = {});
+    // The entry's properties (id 0: the menu itself), all or those named; remembered as told.
+    QVariantMap propertiesOf(int id, const QStringList& names = {});
+    QVariantMap currentProperties(int id) const;
     DBusMenuLayoutItem layoutOf(int id, QMenu* menu, int depth, const QStringList& names);
     void watch(QMenu* menu);
     void changed(QMenu* menu);
+    // An entry changed: its properties go out as an update, a change of kind as a new layout.
+    void entryChanged(QMenu* menu, QAction* action);
     void announce();
     // Handles one event; false when the id is unknown.
     bool handle(int id, const QString& eventId);
@@ -89,8 +98,12 @@ private:
     int m_nextId = 1;
     uint m_revision = 1;
     QSet<const QMenu*> m_watched;
-    // Menus changed since the last announcement, and changes ever seen.
+    // The properties of each entry as panels were last told them.
+    QHash<int, QVariantMap> m_told;
+    // Menus changed since the last announcement, entries whose properties changed, and changes
+    // ever seen.
     QList<QPointer<QMenu>> m_changed;
+    QList<int> m_changedEntries;
     quint64 m_changes = 0;
     bool m_announcing = false;
     bool m_wholeMenuChanged = false;
