@@ -7,6 +7,7 @@
 
 #include <QAction>
 #include <QDBusConnection>
+#include <QElapsedTimer>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QtTest>
@@ -91,6 +92,16 @@ private Q_SLOTS:
     void eventGroupDeliversEventsAndReportsUnknownIds();
     void groupPropertiesIncludeMenuItself();
     void propertyOfMenuItself();
+    void idsStayWithReplacingEntries();
+    void idsComeBackAfterStandInMenu();
+    void replacingEntriesAnnounceChangedFlags();
+    void aboutToShowWaitsForMenuBeingFilled();
+    void aboutToShowOfSlowMenuAnsweredAtDeadline();
+    void aboutToShowGroupWaitsForEveryMenu();
+    void openedThenAboutToShowIsOneOpening();
+    void unreadMenuNeedsUpdateAndAnnouncementFollows();
+    void kindsAreToldOnceToPanelsReadingKindsAlone();
+    void panelOpenStateFollowsItsEvents();
 
 private:
     std::unique_ptr<PrivateSessionBus> m_bus;
@@ -458,6 +469,250 @@ void tst_DBusMenuExporter::propertyOfMenuItself() {
     QMenu menu;
     Published published(m_bus->address(), &menu);
     QCOMPARE(published.host().property(0, u"children-display"_s).toString(), u"submenu"_s);
+}
+
+namespace {
+
+// A menu of two levels; the second menu's entries are the first's with one more.
+void fill(QMenu& menu, bool extra = false) {
+    menu.addAction(u"Header"_s)->setEnabled(false);
+    menu.addSeparator();
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addAction(u"Same"_s);
+    sub->addAction(u"Same"_s);
+    if (extra)
+        menu.addAction(u"New"_s);
+    menu.addAction(u"Quit"_s);
+}
+
+int idOf(const Node& menu, const QString& label) {
+    const Node* node = menu.find(label);
+    return node ? node->id : -1;
+}
+
+} // namespace
+
+void tst_DBusMenuExporter::idsStayWithReplacingEntries() {
+    QMenu first;
+    fill(first);
+    QMenu second;
+    fill(second, true);
+    Published published(m_bus->address(), &first);
+    const Node before = published.layout();
+    published.exporter.setMenu(&second);
+    const Node after = published.layout();
+    QCOMPARE(after.shownLabels(),
+             QStringList({u"Header"_s, u"---"_s, u"Sub"_s, u"New"_s, u"Quit"_s}));
+    QCOMPARE(after.children[0].id, before.children[0].id);
+    QCOMPARE(after.children[1].id, before.children[1].id);
+    QCOMPARE(after.children[2].id, before.children[2].id);
+    QCOMPARE(after.children[4].id, before.children[3].id);
+    // Entries of the same label stay apart, in order.
+    QCOMPARE(after.children[2].children[0].id, before.children[2].children[0].id);
+    QCOMPARE(after.children[2].children[1].id, before.children[2].children[1].id);
+    // A new entry, a new id.
+    const QList<int> old{before.children[0].id,
+                         before.children[1].id,
+                         before.children[2].id,
+                         before.children[3].id,
+                         before.children[2].children[0].id,
+                         before.children[2].children[1].id};
+    QVERIFY(!old.contains(after.children[3].id));
+}
+
+void tst_DBusMenuExporter::idsComeBackAfterStandInMenu() {
+    // A refresh shows "Loading…" between two full menus.
+    QMenu full;
+    fill(full);
+    QMenu loading;
+    loading.addAction(u"Loading…"_s)->setEnabled(false);
+    loading.addSeparator();
+    loading.addAction(u"Quit"_s);
+    QMenu again;
+    fill(again);
+    Published published(m_bus->address(), &full);
+    const Node before = published.layout();
+    published.exporter.setMenu(&loading);
+    QCOMPARE(published.layout().shownLabels(), QStringList({u"Loading…"_s, u"---"_s, u"Quit"_s}));
+    published.exporter.setMenu(&again);
+    const Node after = published.layout();
+    QCOMPARE(idOf(after, u"Header"_s), idOf(before, u"Header"_s));
+    QCOMPARE(idOf(after, u"Sub"_s), idOf(before, u"Sub"_s));
+    QCOMPARE(idOf(after, u"Quit"_s), idOf(before, u"Quit"_s));
+    QCOMPARE(after.children[2].children[1].id, before.children[2].children[1].id);
+}
+
+void tst_DBusMenuExporter::replacingEntriesAnnounceChangedFlags() {
+    QMenu first;
+    first.addAction(u"Add"_s)->setEnabled(false);
+    first.addAction(u"Other"_s);
+    QMenu second;
+    second.addAction(u"Add"_s);
+    second.addAction(u"Other"_s);
+    Published published(m_bus->address(), &first);
+    const Node layout = published.layout();
+    published.settle();
+    const int updates = published.host().propertyUpdates();
+    published.exporter.setMenu(&second);
+    QVERIFY(published.host().waitForPropertyUpdate(updates));
+    // Panels that keep the entry (same id) learn that it is enabled now.
+    QCOMPARE(published.host().updatedProperties().constLast(),
+             (QPair<int, QVariantMap>(layout.children[0].id, {{u"enabled"_s, true}})));
+}
+
+void tst_DBusMenuExporter::aboutToShowWaitsForMenuBeingFilled() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    QAction* loading = sub->addAction(u"Loading…"_s);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    published.settle();
+    const qsizetype updates = published.host().layoutUpdates().size();
+    // The submenu is filled from the event loop, a while after the panel asked.
+    bool filled = false;
+    connect(sub, &QMenu::aboutToShow, sub, [&] {
+        sub->setProperty("loading", true);
+        QTimer::singleShot(50, sub, [&] {
+            sub->removeAction(loading);
+            sub->addAction(u"Bookmark"_s);
+            filled = true;
+            sub->setProperty("loading", false);
+        });
+    });
+    // The answer comes once it is filled, and says to read it again.
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(true));
+    QVERIFY(filled);
+    QCOMPARE(published.host().layout(subId)->shownLabels(), QStringList({u"Bookmark"_s}));
+    // And a layout update follows the answer (Plasma ignores the one after its own reading).
+    QVERIFY(published.host().waitForLayoutUpdate(updates));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, subId);
+}
+
+void tst_DBusMenuExporter::aboutToShowOfSlowMenuAnsweredAtDeadline() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addAction(u"Loading…"_s);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    connect(sub, &QMenu::aboutToShow, sub, [sub] { sub->setProperty("loading", true); });
+    QElapsedTimer clock;
+    clock.start();
+    // Never filled: answered after the wait, with nothing to read again.
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(false));
+    QVERIFY(clock.elapsed() >= DBusMenuExporter::fillWait.count() - 50);
+}
+
+void tst_DBusMenuExporter::aboutToShowGroupWaitsForEveryMenu() {
+    QMenu menu;
+    QMenu* first = menu.addMenu(u"First"_s);
+    QMenu* second = menu.addMenu(u"Second"_s);
+    first->addAction(u"Loading…"_s);
+    second->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    connect(first, &QMenu::aboutToShow, first, [first] {
+        first->setProperty("loading", true);
+        QTimer::singleShot(50, first, [first] {
+            first->addAction(u"Bookmark"_s);
+            first->setProperty("loading", false);
+        });
+    });
+    const auto answer =
+        published.host().aboutToShowGroup({layout.children[0].id, layout.children[1].id, 999});
+    QVERIFY(answer);
+    QCOMPARE(answer->updatesNeeded, QList<int>({layout.children[0].id}));
+    QCOMPARE(answer->idErrors, QList<int>({999}));
+}
+
+void tst_DBusMenuExporter::openedThenAboutToShowIsOneOpening() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    QSignalSpy shown(sub, &QMenu::aboutToShow);
+    // GNOME's order.
+    QVERIFY(published.host().event(subId, u"opened"_s));
+    QVERIFY(published.host().aboutToShow(subId));
+    QCOMPARE(shown.size(), 1);
+    QVERIFY(published.host().event(subId, u"closed"_s));
+    // And again: a new opening.
+    QVERIFY(published.host().event(subId, u"opened"_s));
+    QVERIFY(published.host().aboutToShow(subId));
+    QCOMPARE(shown.size(), 2);
+    // A panel that only asks (no events): every call an opening.
+    QVERIFY(published.host().event(subId, u"closed"_s));
+    QVERIFY(published.host().aboutToShow(subId));
+    QVERIFY(published.host().aboutToShow(subId));
+    QCOMPARE(shown.size(), 4);
+}
+
+void tst_DBusMenuExporter::unreadMenuNeedsUpdateAndAnnouncementFollows() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    // A panel that reads one level (Plasma) has not read the submenu's entries yet.
+    const auto top = published.host().layout(0, 1);
+    QVERIFY(top);
+    const int subId = top->children[0].id;
+    published.settle();
+    const qsizetype updates = published.host().layoutUpdates().size();
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(true));
+    QVERIFY(published.host().waitForLayoutUpdate(updates));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, subId);
+    // Read now: nothing more to read next time.
+    QVERIFY(published.host().layout(subId, 1));
+    QVERIFY(published.host().event(subId, u"closed"_s));
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(false));
+}
+
+void tst_DBusMenuExporter::kindsAreToldOnceToPanelsReadingKindsAlone() {
+    QMenu menu;
+    menu.addSeparator();
+    menu.addMenu(u"Sub"_s)->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    const QStringList kinds{u"type"_s, u"children-display"_s};
+    // GNOME's reading: the kinds the first time, not again.
+    auto layout = published.host().layout(0, -1, kinds);
+    QVERIFY(layout);
+    QVERIFY(layout->children[0].isSeparator());
+    QVERIFY(layout->children[1].hasSubmenu());
+    layout = published.host().layout(0, -1, kinds);
+    QVERIFY(layout);
+    QVERIFY(layout->children[0].properties.isEmpty());
+    QVERIFY(layout->children[1].properties.isEmpty());
+    // Panels reading labels with their layouts get everything, every time.
+    const QStringList full{u"type"_s, u"label"_s, u"children-display"_s};
+    for (int reading = 0; reading < 2; ++reading) {
+        layout = published.host().layout(0, -1, full);
+        QVERIFY(layout);
+        QVERIFY(layout->children[0].isSeparator());
+        QVERIFY(layout->children[1].hasSubmenu());
+    }
+}
+
+void tst_DBusMenuExporter::panelOpenStateFollowsItsEvents() {
+    QMenu menu;
+    QAction* entry = menu.addAction(u"Entry"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    QSignalSpy closed(&published.exporter, &DBusMenuExporter::menuClosed);
+    QVERIFY(!published.exporter.isMenuOpen());
+    // Asking alone does not open it (some panels ask whenever they like).
+    QVERIFY(published.host().aboutToShow(0));
+    QVERIFY(!published.exporter.isMenuOpen());
+    QVERIFY(published.host().event(0, u"opened"_s));
+    QVERIFY(published.exporter.isMenuOpen());
+    QVERIFY(published.host().event(0, u"closed"_s));
+    QVERIFY(!published.exporter.isMenuOpen());
+    QCOMPARE(closed.size(), 1);
+    // Choosing an entry closes the panel's menu, whether it says so or not.
+    QSignalSpy triggered(entry, &QAction::triggered);
+    QVERIFY(published.host().event(0, u"opened"_s));
+    QVERIFY(published.host().event(layout.children[0].id, u"clicked"_s));
+    QTRY_COMPARE(closed.size(), 2);
+    QCOMPARE(triggered.size(), 1);
+    QVERIFY(!published.exporter.isMenuOpen());
 }
 
 QTEST_MAIN(tst_DBusMenuExporter)

@@ -180,10 +180,10 @@ QVariant TestStatusNotifierHost::itemProperty(const QString& name) {
     return reply.arguments().constFirst().value<QDBusVariant>().variant();
 }
 
-std::optional<TestStatusNotifierHost::MenuNode> TestStatusNotifierHost::layout(int parentId,
-                                                                               int depth) {
-    const QDBusMessage reply = call(m_menuPath, menuInterface, QStringLiteral("GetLayout"),
-                                    {parentId, depth, QStringList()});
+std::optional<TestStatusNotifierHost::MenuNode>
+TestStatusNotifierHost::layout(int parentId, int depth, const QStringList& names) {
+    const QDBusMessage reply =
+        call(m_menuPath, menuInterface, QStringLiteral("GetLayout"), {parentId, depth, names});
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
         return std::nullopt;
     m_revision = reply.arguments().at(0).toUInt();

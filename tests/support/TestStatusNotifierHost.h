@@ -53,8 +53,9 @@ public:
     QVariant itemProperty(const QString& name);
     QString menuPath() const { return m_menuPath; }
 
-    // The menu below parentId (0: the whole menu) down to depth levels (-1: all).
-    std::optional<MenuNode> layout(int parentId = 0, int depth = -1);
+    // The menu below parentId (0: the whole menu) down to depth levels (-1: all), with the
+    // properties named (none: all).
+    std::optional<MenuNode> layout(int parentId = 0, int depth = -1, const QStringList& names = {});
     uint lastRevision() const { return m_revision; }
     // The value of AboutToShow ("update needed"); none when the call fails.
     std::optional<bool> aboutToShow(int id);

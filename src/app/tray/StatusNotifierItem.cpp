@@ -59,6 +59,7 @@ StatusNotifierItem::StatusNotifierItem(QString id, QString title, const QIcon& i
     // A panel that restarts brings a new watcher, which knows nothing of this item.
     connect(&m_watcherWatcher, &QDBusServiceWatcher::serviceRegistered, this,
             &StatusNotifierItem::registerWithWatcher);
+    connect(&m_exporter, &DBusMenuExporter::menuClosed, this, &StatusNotifierItem::menuClosed);
 }
 
 StatusNotifierItem::~StatusNotifierItem() {

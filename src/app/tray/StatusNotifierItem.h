@@ -52,6 +52,8 @@ public:
     // Exports the item and registers it with the watcher, now and whenever a watcher starts.
     bool registerItem();
     void setMenu(QMenu* menu) { m_exporter.setMenu(menu); }
+    // Whether the panel shows the menu now, by what it said.
+    bool isMenuOpen() const { return m_exporter.isMenuOpen(); }
 
     QString category() const;
     QString id() const { return m_id; }
@@ -88,6 +90,8 @@ Q_SIGNALS:
     // The panel asks the program to show its menu at this point.
     void contextMenuRequested(QPoint at);
     void activationTokenProvided(const QString& token);
+    // The panel closed the menu it showed.
+    void menuClosed();
 
 private:
     void registerWithWatcher();
