@@ -207,6 +207,16 @@ void MenuManager::loadData() {
 }
 
 void MenuManager::refresh() {
+    // A menu the user is reading is never rebuilt under them: the refresh waits until it closes.
+    if (m_statusItem->isMenuOpen()) {
+        if (!m_refreshWaiting) {
+            m_refreshWaiting = true;
+            connect(m_statusItem, &StatusItem::menuClosed, this, &MenuManager::refresh,
+                    Qt::SingleShotConnection);
+        }
+        return;
+    }
+    m_refreshWaiting = false;
     m_api->clearCache();
     for (const auto& delegate : std::as_const(m_lazyDelegates))
         delegate->reset();

@@ -59,7 +59,8 @@ public:
     void buildInitialMenu();
     // Starts building the full menu (attached when complete) and restarts the refresh timer.
     void loadData();
-    // Forgets every cached list and loaded submenu, then rebuilds.
+    // Forgets every cached list and loaded submenu, then rebuilds; once the menu has closed,
+    // when it is open.
     void refresh();
     // The attached menu is about to open: "📋 Add Clipboard URL" follows the clipboard.
     void menuWillOpen(QMenu* menu);
@@ -124,6 +125,7 @@ private:
     QTimer m_prefetchTimer;
     std::weak_ptr<LazyMenuDelegate> m_prefetchTarget;
     QTimer m_refreshTimer;
+    bool m_refreshWaiting = false;
     QPointer<QAction> m_addClipboardItem;
     QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;
