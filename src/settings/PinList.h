@@ -21,7 +21,13 @@ public:
     void setRows(const QList<PinRow*>& rows);
     QList<PinRow*> rows() const { return m_rows; }
 
+protected:
+    void changeEvent(QEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
+    void updateBox();
+
     QString m_title;
     QScrollArea* m_scrollArea;
     QVBoxLayout* m_rowLayout;
