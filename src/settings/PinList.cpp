@@ -5,6 +5,7 @@
 
 #include <QEvent>
 #include <QLabel>
+#include <QPainter>
 #include <QScrollArea>
 #include <QVBoxLayout>
 
@@ -20,19 +21,26 @@ PinList::PinList(QString title, QWidget* parent)
     heading->setFont(SettingsStyle::headlineFont(heading->font()));
     layout->addWidget(heading);
 
-    m_scrollArea = new QScrollArea(this);
+    // The box, drawn here behind it, and inside its one-point outline the scrolling rows.
+    m_box = new QWidget(this);
+    m_box->setObjectName(QStringLiteral("pinListBox"));
+    m_box->setMaximumHeight(maximumListHeight);
+    // As tall as the tab leaves room for, up to the maximum.
+    m_box->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    auto* boxLayout = new QVBoxLayout(m_box);
+    boxLayout->setContentsMargins(1, 1, 1, 1);
+
+    m_scrollArea = new QScrollArea(m_box);
     m_scrollArea->setObjectName(QStringLiteral("pinListScrollArea"));
+    m_scrollArea->setFrameShape(QFrame::NoFrame);
     m_scrollArea->setWidgetResizable(true);
     // The scroll bar shows whenever there is more than fits.
     m_scrollArea->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_scrollArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_scrollArea->setMaximumHeight(maximumListHeight);
     // The rows take the keyboard focus, not the box around them.
     m_scrollArea->setFocusPolicy(Qt::NoFocus);
-    // As tall as the tab leaves room for, up to the maximum.
-    m_scrollArea->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     m_scrollArea->viewport()->setAutoFillBackground(false);
-    updateBox();
+    boxLayout->addWidget(m_scrollArea);
 
     auto* content = new QWidget();
     content->setObjectName(QStringLiteral("pinListRows"));
@@ -44,22 +52,17 @@ PinList::PinList(QString title, QWidget* parent)
     // setWidget turns the filling on, which would paint the window's grey over the box; only
     // now can it be turned off for good.
     content->setAutoFillBackground(false);
-    layout->addWidget(m_scrollArea);
+    layout->addWidget(m_box);
 }
 
-void PinList::changeEvent(QEvent* event) {
-    if (event->type() == QEvent::PaletteChange)
-        updateBox();
-    QWidget::changeEvent(event);
-}
-
-void PinList::updateBox() {
-    // A rounded box on the control background with a faint grey outline. The colour is written
-    // out: a style sheet reads palette(base) once, and the box must follow a new palette.
-    m_scrollArea->setStyleSheet(
-        QStringLiteral("QScrollArea#pinListScrollArea { background: %1;"
-                       " border: 1px solid rgba(128, 128, 128, 64); border-radius: 6px; }")
-            .arg(palette().color(QPalette::Base).name()));
+void PinList::paintEvent(QPaintEvent*) {
+    // A rounded box on the control background with a faint grey outline, in the colours of the
+    // palette of the moment.
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(QColor(128, 128, 128, 64), 1));
+    painter.setBrush(palette().color(QPalette::Base));
+    painter.drawRoundedRect(QRectF(m_box->geometry()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
 }
 
 bool PinList::eventFilter(QObject* watched, QEvent* event) {

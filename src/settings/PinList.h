@@ -22,13 +22,12 @@ public:
     QList<PinRow*> rows() const { return m_rows; }
 
 protected:
-    void changeEvent(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    void updateBox();
-
     QString m_title;
+    QWidget* m_box;
     QScrollArea* m_scrollArea;
     QVBoxLayout* m_rowLayout;
     QList<PinRow*> m_rows;

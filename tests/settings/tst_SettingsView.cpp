@@ -208,7 +208,7 @@ private Q_SLOTS:
         for (int y = inside.top(); y <= inside.bottom(); ++y)
             for (int x = inside.left(); x <= inside.right(); ++x)
                 best = std::max(best, contrast(fill, image.pixelColor(x, y)));
-        QVERIFY2(best >= 4.5, qPrintable(u"%1 on %2: %3:1"_s.arg(fill.name()).arg(best)));
+        QVERIFY2(best >= 4.5, qPrintable(u"%1:1 on %2"_s.arg(best).arg(fill.name())));
         // Prominent: the accent's hue, clearly apart from the window's background.
         const QColor accent = palette.color(QPalette::Highlight);
         QVERIFY2(std::abs(fill.hsvHue() - accent.hsvHue()) <= 12,
@@ -227,7 +227,7 @@ private Q_SLOTS:
         // As the window shows them.
         const QImage window = m_view->grab().toImage();
         for (PinList* list : {collectionsList(), tagsList()}) {
-            auto* box = list->findChild<QWidget*>(u"pinListScrollArea"_s);
+            auto* box = list->findChild<QWidget*>(u"pinListBox"_s);
             const QPoint origin = box->mapTo(m_view, QPoint());
             // Below the last row, inside the outline: the box's own background.
             PinRow* last = list->rows().last();
@@ -240,6 +240,9 @@ private Q_SLOTS:
             PinRow* first = list->rows().first();
             QCOMPARE(commonColour(window, QRect(first->mapTo(m_view, QPoint()), first->size())),
                      palette.color(QPalette::Base));
+            // And their text reads on it.
+            QVERIFY(contrast(first->palette().color(QPalette::Text),
+                             palette.color(QPalette::Base)) >= 4.5);
         }
     }
 
@@ -489,7 +492,7 @@ private Q_SLOTS:
         QCOMPARE(right.left() - left.right() - 1, 16);
         QCOMPARE(left.top(), right.top());
         QCOMPARE(left.width(), right.width());
-        auto* box = collectionsList()->findChild<QWidget*>(u"pinListScrollArea"_s);
+        auto* box = collectionsList()->findChild<QWidget*>(u"pinListBox"_s);
         QVERIFY(box->height() <= PinList::maximumListHeight);
         QCOMPARE(box->geometry().top() -
                      collectionsList()->findChild<QLabel*>(u"pinListTitle"_s)->geometry().bottom() -
