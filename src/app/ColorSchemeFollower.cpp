@@ -34,9 +34,11 @@ ColorSchemeFollower::Preference preferenceFrom(QVariant value) {
 ColorSchemeFollower::ColorSchemeFollower(QDBusConnection bus, QObject* parent)
     : QObject(parent)
     , m_bus(std::move(bus)) {
-    // Listening first, so that no change between the question and its answer is missed.
+    // Listening first, so that no change between the question and its answer is missed. The slot
+    // takes the whole message: one with a QDBusVariant parameter fails to connect while QtDBus
+    // has not yet registered its types, as in a process that has sent no message so far.
     m_bus.connect(portalService, portalPath, settingsInterface, u"SettingChanged"_s, this,
-                  SLOT(settingChanged(QString, QString, QDBusVariant)));
+                  SLOT(settingChanged(QDBusMessage)));
     QDBusMessage read =
         QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface, u"Read"_s);
     read << appearance << colorScheme;
@@ -101,12 +103,13 @@ QPalette ColorSchemeFollower::lightPalette() {
     return QApplication::style()->standardPalette();
 }
 
-void ColorSchemeFollower::settingChanged(const QString& nameSpace, const QString& key,
-                                         const QDBusVariant& value) {
-    if (nameSpace != appearance || key != colorScheme)
+void ColorSchemeFollower::settingChanged(const QDBusMessage& message) {
+    const QList<QVariant> arguments = message.arguments();
+    if (arguments.size() != 3 || arguments.at(0).toString() != appearance ||
+        arguments.at(1).toString() != colorScheme)
         return;
     m_heardChange = true;
-    apply(preferenceFrom(value.variant()));
+    apply(preferenceFrom(arguments.at(2)));
 }
 
 void ColorSchemeFollower::apply(Preference preference) {

@@ -4,7 +4,7 @@
 #include <QObject>
 #include <QPalette>
 
-class QDBusVariant;
+class QDBusMessage;
 
 // Gives Quillmar's own menus and windows the desktop's light or dark look. Qt 6.4 takes its
 // palette from the platform theme only, which stays light under GNOME's dark style; the desktop
@@ -36,7 +36,8 @@ Q_SIGNALS:
     void preferenceChanged();
 
 private Q_SLOTS:
-    void settingChanged(const QString& nameSpace, const QString& key, const QDBusVariant& value);
+    // org.freedesktop.portal.Settings.SettingChanged(namespace, key, value).
+    void settingChanged(const QDBusMessage& message);
 
 private:
     void apply(Preference preference);
