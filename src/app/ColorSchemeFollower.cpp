@@ -61,8 +61,8 @@ bool ColorSchemeFollower::isDark(const QPalette& palette) {
 }
 
 QPalette ColorSchemeFollower::darkPalette() {
-    // The colours of KDE's Breeze Dark, with a selection dark enough for white text to be read
-    // at 4.5:1.
+    // The colours of KDE's Breeze Dark, with a selection dark enough for white text and a link
+    // light enough to be read at 4.5:1.
     const QColor window(0x2a, 0x2e, 0x32);
     const QColor text(0xfc, 0xfc, 0xfc);
     const QColor base(0x1b, 0x1e, 0x20);
@@ -82,7 +82,7 @@ QPalette ColorSchemeFollower::darkPalette() {
     palette.setColor(QPalette::BrightText, Qt::white);
     palette.setColor(QPalette::Highlight, highlight);
     palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::Link, QColor(0x1d, 0x99, 0xf3));
+    palette.setColor(QPalette::Link, QColor(0x3d, 0xae, 0xe9));
     palette.setColor(QPalette::LinkVisited, QColor(0x9b, 0x59, 0xb6));
     palette.setColor(QPalette::ToolTipBase, button);
     palette.setColor(QPalette::ToolTipText, text);

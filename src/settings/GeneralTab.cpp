@@ -45,18 +45,9 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
 
     const QString host = QUrl(environment.webApp).host();
     const QString target = environment.webApp + u"/settings/integrations"_s;
-    const QString linkText = u"Get your API token at "_s + host + u" → Integrations"_s;
-    m_link = new LinkLabel(this);
+    m_link = new LinkLabel(target, u"Get your API token at "_s + host + u" → Integrations"_s, this);
     m_link->setObjectName(u"tokenLink"_s);
     m_link->setFont(SettingsStyle::captionFont(m_link->font()));
-    m_link->setTextFormat(Qt::RichText);
-    m_link->setText(
-        u"<a href=\"%1\">%2</a>"_s.arg(target.toHtmlEscaped(), linkText.toHtmlEscaped()));
-    m_link->setOpenExternalLinks(true);
-    // Tab reaches the link and Enter opens it.
-    m_link->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);
-    m_link->setAccessibleName(linkText);
-    m_link->setToolTip(target);
     tokenSection->addWidget(m_link, 0, Qt::AlignLeft);
     layout->addLayout(tokenSection);
 

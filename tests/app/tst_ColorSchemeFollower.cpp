@@ -215,6 +215,7 @@ private Q_SLOTS:
         QVERIFY(contrast(dark.color(QPalette::HighlightedText), dark.color(QPalette::Highlight)) >=
                 4.5);
         QVERIFY(contrast(dark.color(QPalette::ButtonText), dark.color(QPalette::Button)) >= 4.5);
+        QVERIFY(contrast(dark.color(QPalette::Link), dark.color(QPalette::Window)) >= 4.5);
     }
 };
 

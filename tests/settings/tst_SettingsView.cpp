@@ -216,6 +216,22 @@ private Q_SLOTS:
         QVERIFY(contrast(fill, palette.color(QPalette::Window)) >= 1.5);
     }
 
+    void theLinkReadsOnTheWindow_data() { palettes(); }
+
+    void theLinkReadsOnTheWindow() {
+        QFETCH(QPalette, palette);
+        openWith(palette);
+        // As drawn: the underline is the link's colour at full strength.
+        auto* link = find<QLabel>(u"tokenLink"_s);
+        const QImage image = link->grab().toImage();
+        const QColor background = palette.color(QPalette::Window);
+        double best = 1;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                best = std::max(best, contrast(background, image.pixelColor(x, y)));
+        QVERIFY2(best >= 4.5, qPrintable(u"%1:1"_s.arg(best)));
+    }
+
     void theListsAreDrawnOnTheControlBackground_data() { palettes(); }
 
     void theListsAreDrawnOnTheControlBackground() {
