@@ -3,11 +3,11 @@
 // nothing, and following a change while they are open.
 #include "FakeSettingsPortal.h"
 #include "PrivateSessionBus.h"
+#include "ScreenColours.h"
 #include "app/ColorSchemeFollower.h"
 #include "settings/SettingsView.h"
 
 #include <QApplication>
-#include <QHash>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QtTest>
@@ -18,21 +18,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The colour most pixels of the picture have: the background.
 QColor background(const QImage& image) {
-    QHash<QRgb, int> counts;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            ++counts[image.pixel(x, y)];
-    QRgb best = 0;
-    int most = -1;
-    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
-        if (it.value() > most) {
-            most = it.value();
-            best = it.key();
-        }
-    }
-    return QColor::fromRgb(best);
+    return ScreenColours::commonColour(image);
 }
 
 bool isDarkPicture(const QImage& image) {
@@ -196,18 +183,7 @@ private Q_SLOTS:
         const QPalette dark = ColorSchemeFollower::darkPalette();
         QVERIFY(ColorSchemeFollower::isDark(dark));
         QVERIFY(!ColorSchemeFollower::isDark(ColorSchemeFollower::lightPalette()));
-        const auto contrast = [](const QColor& a, const QColor& b) {
-            const auto luminance = [](const QColor& c) {
-                const auto channel = [](double v) {
-                    return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
-                };
-                return 0.2126 * channel(c.redF()) + 0.7152 * channel(c.greenF()) +
-                       0.0722 * channel(c.blueF());
-            };
-            const double x = luminance(a);
-            const double y = luminance(b);
-            return (std::max(x, y) + 0.05) / (std::min(x, y) + 0.05);
-        };
+        using ScreenColours::contrast;
         QVERIFY(contrast(dark.color(QPalette::WindowText), dark.color(QPalette::Window)) >= 4.5);
         QVERIFY(contrast(dark.color(QPalette::Text), dark.color(QPalette::Base)) >= 4.5);
         QVERIFY(contrast(dark.color(QPalette::PlaceholderText), dark.color(QPalette::Window)) >=

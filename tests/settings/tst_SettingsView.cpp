@@ -1,3 +1,4 @@
+#include "ScreenColours.h"
 #include "SettingsFixtures.h"
 #include "TestHttpServer.h"
 #include "app/ColorSchemeFollower.h"
@@ -20,48 +21,14 @@
 #include <QTextDocument>
 #include <QtTest>
 
-#include <cmath>
 #include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace SettingsFixtures;
 
-namespace {
-
-// WCAG 2 relative luminance and contrast ratio.
-double luminance(const QColor& color) {
-    const auto channel = [](double value) {
-        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
-    };
-    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
-           0.0722 * channel(color.blueF());
-}
-
-double contrast(const QColor& a, const QColor& b) {
-    const double first = luminance(a);
-    const double second = luminance(b);
-    return (std::max(first, second) + 0.05) / (std::min(first, second) + 0.05);
-}
-
-// The colour most pixels of the area have: a widget's background.
-QColor commonColour(const QImage& image, const QRect& area) {
-    QHash<QRgb, int> counts;
-    for (int y = area.top(); y <= area.bottom(); ++y)
-        for (int x = area.left(); x <= area.right(); ++x)
-            ++counts[image.pixel(x, y)];
-    QRgb best = 0;
-    int most = -1;
-    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
-        if (it.value() > most) {
-            most = it.value();
-            best = it.key();
-        }
-    }
-    return QColor::fromRgb(best);
-}
-
-} // namespace
+using ScreenColours::commonColour;
+using ScreenColours::contrast;
 
 // Stands in for the browser: records the addresses that would have been opened.
 class LinkCatcher : public QObject {
