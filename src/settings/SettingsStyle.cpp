@@ -35,8 +35,9 @@ QColor secondaryColor(const QPalette& palette) {
 }
 
 QColor errorColor(const QPalette& palette) {
+    // The reds of GNOME's light and dark styles, at 4.5:1 or more on their windows.
     return ColorSchemeFollower::isDark(palette) ? QColor(0xFF, 0x7B, 0x63)
-                                                : QColor(0xE0, 0x1B, 0x24);
+                                                : QColor(0xC0, 0x1C, 0x28);
 }
 
 namespace {

@@ -199,6 +199,18 @@ private Q_SLOTS:
         QVERIFY2(best >= 4.5, qPrintable(u"%1:1"_s.arg(best)));
     }
 
+    void theErrorReadsOnTheWindow_data() { palettes(); }
+
+    void theErrorReadsOnTheWindow() {
+        QFETCH(QPalette, palette);
+        writeConfig(R"({"token": "tok"})");
+        m_server->on("GET", u"/rest/v1/tags"_s, {401, "Unauthorized", {}, {}, {}});
+        openWith(palette);
+        QTRY_VERIFY(error()->isVisible());
+        QVERIFY(contrast(error()->palette().color(QPalette::WindowText),
+                         palette.color(QPalette::Window)) >= 4.5);
+    }
+
     void theListsAreDrawnOnTheControlBackground_data() { palettes(); }
 
     void theListsAreDrawnOnTheControlBackground() {
@@ -558,7 +570,11 @@ private Q_SLOTS:
         QTRY_VERIFY(error()->isVisible());
         QCOMPARE(error()->text(),
                  u"Could not load: Invalid API token — check your token and try again."_s);
-        QCOMPARE(error()->palette().color(QPalette::WindowText), QColor(0xE0, 0x1B, 0x24));
+        // Red, and readable on the window in its small type.
+        const QColor red = error()->palette().color(QPalette::WindowText);
+        QVERIFY(red.hsvHue() <= 10 || red.hsvHue() >= 350);
+        QVERIFY(red.hsvSaturation() > 128);
+        QVERIFY(contrast(red, m_view->palette().color(QPalette::Window)) >= 4.5);
         QVERIFY(error()->font().pointSizeF() < m_view->font().pointSizeF());
         QVERIFY(error()->geometry().top() > lists()->geometry().bottom());
         QCOMPARE(middle(), u"lists"_s);
