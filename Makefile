@@ -15,7 +15,7 @@ BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-too
 	qcoro-qt6-dev libqt6svg6 qt6-svg-dev libxcb1-dev libxcb-keysyms1-dev libx11-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
-TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
+TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon x11-xkb-utils \
 	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev
 
 .PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz bench
