@@ -14,7 +14,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QtTest>
 
 #include <csignal>
@@ -35,16 +34,8 @@ struct Call {
 // A command as a user or a launcher runs it, with the test's session bus; standard error is
 // kept, where gdbus says why a call failed.
 Call run(const QStringList& command) {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(command.constFirst(), command.mid(1));
-    if (!process.waitForFinished(60000)) {
-        process.kill();
-        process.waitForFinished();
-        return {};
-    }
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            QString::fromUtf8(process.readAll()).trimmed()};
+    const ChildProcess::Result result = ChildProcess::run(command, std::chrono::minutes(1), true);
+    return {result.exitCode, QString::fromUtf8(result.output).trimmed()};
 }
 
 QStringList gdbusCall(const QString& method, const QStringList& arguments) {

@@ -1,12 +1,13 @@
 // What `cmake --install` puts in a prefix of the user's choice, checked with the desktop's own
 // validators: the desktop entries, the D-Bus service file, the AppStream metadata.
 
+#include "ChildProcess.h"
+
 #include "config/Environment.h"
 
 #include <QDate>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QXmlStreamReader>
@@ -25,16 +26,8 @@ struct Run {
 
 // Standard output and error together: validators report on either.
 Run run(const QStringList& command) {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(command.constFirst(), command.mid(1));
-    if (!process.waitForFinished(120000)) {
-        process.kill();
-        process.waitForFinished();
-        return {};
-    }
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            QString::fromUtf8(process.readAll())};
+    const ChildProcess::Result result = ChildProcess::run(command, std::chrono::minutes(2), true);
+    return {result.exitCode, QString::fromUtf8(result.output)};
 }
 
 // A desktop entry or D-Bus service file: group -> key -> value.

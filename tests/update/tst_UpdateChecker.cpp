@@ -145,6 +145,8 @@ private:
 };
 
 void tst_UpdateChecker::initTestCase() {
+    // Left by an earlier run (the home folder stays between runs).
+    QDir(qEnvironmentVariable("XDG_CONFIG_HOME")).removeRecursively();
     // Every scheme the tests hand out, and none (a relative address), lands here instead of a
     // browser.
     for (const QString& scheme : {u"https"_s, u"http"_s, u"ftp"_s, QString()})
