@@ -11,8 +11,9 @@ JOBS ?= $(shell nproc)
 TEST_FUZZ_SECONDS ?= 5
 FUZZ_SECONDS ?= 300
 
+# Qt's SVG plugin draws the tray icon; the fonts draw the menus' emoji and symbols.
 BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
-	qcoro-qt6-dev libqt6svg6 qt6-svg-dev libxcb1-dev libxcb-keysyms1-dev libx11-dev \
+	qcoro-qt6-dev libqt6svg6 libxcb1-dev libxcb-keysyms1-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
 # The real desktop shells that tests/desktops runs Quillmar in, and what reads their screens
@@ -20,8 +21,12 @@ RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
 DESKTOP_PACKAGES := gnome-shell gnome-shell-extension-appindicator plasma-workspace \
 	plasma-desktop kwin-x11 xfce4-panel lxqt-panel sway waybar grim wtype qt6-wayland \
 	at-spi2-core python3-pyatspi python3-gi python3-dbus tesseract-ocr
-TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
-	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev $(DESKTOP_PACKAGES)
+# x11-xkb-utils (setxkbmap): keyboard layouts the recorder is tested under;
+# dbus-daemon and gdbus (libglib2.0-bin): private buses and calls as a desktop makes them;
+# dpkg-dev and file: CPack's package; appstream, desktop-file-utils and python3-debian check what
+# it installs; clang and its runtime: the fuzzers.
+TEST_PACKAGES := $(RUN_PACKAGES) xclip dbus-daemon libglib2.0-bin x11-xkb-utils \
+	appstream desktop-file-utils python3-debian dpkg-dev file clang libclang-rt-14-dev $(DESKTOP_PACKAGES)
 
 .PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz bench
 

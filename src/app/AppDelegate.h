@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ColorSchemeFollower.h"
 #include "app/HotKeyManager.h"
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
@@ -23,6 +24,8 @@ public:
     void applicationDidFinishLaunching();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
+    // Follows the desktop's light or dark preference from launch on.
+    ColorSchemeFollower* colorScheme() const { return m_colorScheme.get(); }
     // The newest menu manager; none before the first start with a token.
     MenuManager* menuManager() const { return m_menuManager.get(); }
 
@@ -36,6 +39,7 @@ private:
 
     Environment m_environment;
     MenuManager::Timings m_timings;
+    std::unique_ptr<ColorSchemeFollower> m_colorScheme;
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<MenuManager> m_menuManager;
     // Created with the delegate and kept for the whole run, across every start.

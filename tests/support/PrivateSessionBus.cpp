@@ -4,7 +4,7 @@
 
 namespace {
 
-// No <servicedir>: nothing is started on demand.
+// %2: the <servicedir> element of the programs started on demand, if any.
 const char configuration[] = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -12,7 +12,7 @@ const char configuration[] = R"(<!DOCTYPE busconfig PUBLIC
   <type>session</type>
   <listen>unix:dir=%1</listen>
   <auth>EXTERNAL</auth>
-  <policy context="default">
+%2  <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
@@ -29,7 +29,12 @@ bool PrivateSessionBus::start(const QString& logFile) {
     QFile config(m_directory.filePath(QStringLiteral("bus.conf")));
     if (!config.open(QIODevice::WriteOnly))
         return false;
-    config.write(QString::fromLatin1(configuration).arg(m_directory.path()).toUtf8());
+    const QString serviceDirectory = m_serviceDirectory.isEmpty()
+                                         ? QString()
+                                         : QStringLiteral("  <servicedir>%1</servicedir>\n")
+                                               .arg(m_serviceDirectory.toHtmlEscaped());
+    config.write(
+        QString::fromLatin1(configuration).arg(m_directory.path(), serviceDirectory).toUtf8());
     config.close();
     if (!m_daemon.start({QStringLiteral("dbus-daemon"),
                          QStringLiteral("--config-file=") + config.fileName(),
