@@ -7,6 +7,7 @@
 #include <QDBusServiceWatcher>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -45,6 +46,9 @@ StatusItem::StatusItem(QObject* parent)
     QDBusConnection::sessionBus().connect(QString(), u"/StatusNotifierWatcher"_s, watcher,
                                           u"StatusNotifierHostRegistered"_s, this,
                                           SLOT(panelStarted()));
+    // A panel that registered between the first look and now (Plasma while it starts) sent its
+    // signal too early to be heard.
+    QTimer::singleShot(0, this, &StatusItem::panelStarted);
 }
 
 StatusItem::~StatusItem() {

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
@@ -77,6 +78,11 @@ bool StatusNotifierItem::isHostAvailable(QDBusConnection connection) {
         watcherService, watcherPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
     get.setArguments({watcherService, u"IsStatusNotifierHostRegistered"_s});
     const QDBusMessage reply = connection.call(get, QDBus::Block, watcherTimeoutMs);
+    // A watcher too busy to answer in time (kded5 while Plasma starts) most likely has its
+    // panel: Qt's own tray icon would take it as one a moment later and publish the menu itself.
+    if (reply.type() == QDBusMessage::ErrorMessage &&
+        QDBusError(reply).type() == QDBusError::NoReply)
+        return true;
     return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
            reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
 }
