@@ -11,12 +11,13 @@ JOBS ?= $(shell nproc)
 TEST_FUZZ_SECONDS ?= 5
 FUZZ_SECONDS ?= 300
 
-BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
+BUILD_PACKAGES := cmake ninja-build gcc g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
 	qcoro-qt6-dev libqt6svg6 qt6-svg-dev libxcb1-dev libxcb-keysyms1-dev libx11-dev \
-	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
-RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
+	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola libwayland-dev libwayland-bin
+RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11 qt6-wayland
 TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
-	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev
+	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev \
+	sway waybar grim wtype wl-clipboard
 
 .PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz bench
 

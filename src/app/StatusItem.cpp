@@ -1,5 +1,6 @@
 #include "app/StatusItem.h"
 
+#include "app/popup/MenuPopup.h"
 #include "app/tray/StatusNotifierItem.h"
 
 #include <QCursor>
@@ -20,7 +21,8 @@ QIcon StatusItem::dropIcon() {
 }
 
 StatusItem::StatusItem(QObject* parent)
-    : QObject(parent) {
+    : QObject(parent)
+    , m_popup(MenuPopup::forThisDesktop()) {
     if (StatusNotifierItem::isHostAvailable() && useStatusNotifierItem())
         return;
     // Created only here: Qt decides once per process, when the first QSystemTrayIcon is made,
@@ -113,5 +115,5 @@ void StatusItem::performClick() {
 
 void StatusItem::popupAt(QPoint at) {
     if (m_menu)
-        m_menu->popup(at);
+        m_popup->show(m_menu, at);
 }

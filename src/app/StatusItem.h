@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 
+class MenuPopup;
 class QDBusServiceWatcher;
 class StatusNotifierItem;
 
@@ -53,6 +54,8 @@ private:
     // Watches for a panel while the icon is an XEmbed one.
     std::unique_ptr<QDBusServiceWatcher> m_panelWatcher;
     QPointer<QMenu> m_menu;
+    // How the menu is shown on this desktop (X11 and Wayland differ).
+    std::unique_ptr<MenuPopup> m_popup;
     // Where the panel last reported a click on the StatusNotifierItem.
     std::optional<QPoint> m_lastClick;
 };

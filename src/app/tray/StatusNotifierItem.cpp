@@ -1,5 +1,7 @@
 #include "app/tray/StatusNotifierItem.h"
 
+#include "app/wayland/XdgActivation.h"
+
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -96,4 +98,8 @@ void StatusNotifierItem::Activate(int x, int y) {
 
 void StatusNotifierItem::ContextMenu(int x, int y) {
     Q_EMIT contextMenuRequested(QPoint(x, y));
+}
+
+void StatusNotifierItem::ProvideXdgActivationToken(const QString& token) {
+    XdgActivation::setToken(token);
 }

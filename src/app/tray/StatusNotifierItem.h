@@ -58,6 +58,9 @@ public:
 public Q_SLOTS:
     Q_SCRIPTABLE void Activate(int x, int y);
     Q_SCRIPTABLE void ContextMenu(int x, int y);
+    // A panel on Wayland hands over, just before Activate, a token that lets the window shown
+    // next take the keyboard.
+    Q_SCRIPTABLE void ProvideXdgActivationToken(const QString& token);
 
 Q_SIGNALS:
     // A left click on the icon, at the point the panel gives (global coordinates).
