@@ -8,6 +8,7 @@
 #include <QDBusServiceWatcher>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QStyleHints>
 
 using namespace Qt::StringLiterals;
 
@@ -66,6 +67,14 @@ bool StatusItem::useStatusNotifierItem() {
     if (!item->registerItem())
         return false;
     connect(item.get(), &StatusNotifierItem::activated, this, [this](QPoint at) {
+        // waybar (GTK) reports each press of a double click as a click of its own: one gesture
+        // opens or closes the menu once.
+        const int doubleClick = QGuiApplication::styleHints()->mouseDoubleClickInterval();
+        const bool sameGesture =
+            m_lastActivation.isValid() && m_lastActivation.elapsed() < doubleClick;
+        m_lastActivation.start();
+        if (sameGesture)
+            return;
         m_lastClick = at;
         popupAt(at);
     });

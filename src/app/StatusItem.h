@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QMenu>
 #include <QObject>
 #include <QPoint>
@@ -58,4 +59,6 @@ private:
     std::unique_ptr<MenuPopup> m_popup;
     // Where the panel last reported a click on the StatusNotifierItem.
     std::optional<QPoint> m_lastClick;
+    // When the panel last reported a click on the icon.
+    QElapsedTimer m_lastActivation;
 };
