@@ -50,7 +50,7 @@ $(SANITIZE_BUILD_DIR)/build.ninja:
 
 $(FUZZ_BUILD_DIR)/build.ninja:
 	cmake -S . -B $(FUZZ_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-		-DCMAKE_CXX_COMPILER=clang++ -DQUILLMAR_FUZZ=ON
+		-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DQUILLMAR_FUZZ=ON
 
 run: deps-run
 	@$(MAKE) --no-print-directory build
