@@ -24,7 +24,7 @@ bool Application::start() {
         m_instance.showMenuInRunningInstance();
         return false;
     }
-    m_delegate = std::make_unique<AppDelegate>(m_environment);
+    m_delegate = std::make_unique<AppDelegate>(m_environment, m_timings);
     m_instance.setAction([this] { showMenu(); });
     QTimer::singleShot(0, m_delegate.get(), &AppDelegate::applicationDidFinishLaunching);
     return true;

@@ -3,11 +3,13 @@
 #include "app/AppDelegate.h"
 #include "app/SingleInstance.h"
 #include "config/Environment.h"
+#include "menu/MenuManager.h"
 
 #include <QDBusConnection>
 #include <QObject>
 
 #include <memory>
+#include <utility>
 
 // One run of Quillmar, everything main() does: the names the desktop knows it by, the one
 // instance per session and the delegate. The shipped program runs it with the default
@@ -20,6 +22,9 @@ public:
                          QDBusConnection bus = QDBusConnection::sessionBus(),
                          QObject* parent = nullptr);
     ~Application() override;
+
+    // The menu's timers; before start(). Tests shorten them.
+    void setTimings(MenuManager::Timings timings) { m_timings = std::move(timings); }
 
     // Claims the session's one instance and launches once the event loop runs. False when
     // another Quillmar already runs: that one has been asked to open its menu, and this process
@@ -34,6 +39,7 @@ public:
 
 private:
     Environment m_environment;
+    MenuManager::Timings m_timings;
     SingleInstance m_instance;
     std::unique_ptr<AppDelegate> m_delegate;
 };

@@ -15,16 +15,25 @@
 
 namespace {
 
-// Forks and executes command with stdout going to outFd and stderr to errFd. Everything the child
-// needs is prepared before the fork, because after it only async-signal-safe calls are allowed.
-pid_t spawn(const QStringList& command, int outFd, int errFd) {
+std::vector<char*> pointersTo(const QStringList& texts, std::vector<QByteArray>& storage) {
+    for (const QString& text : texts)
+        storage.push_back(text.toLocal8Bit());
+    std::vector<char*> pointers;
+    for (QByteArray& text : storage)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Forks and executes command with stdout going to outFd and stderr to errFd, with environment
+// (none: this process's). Everything the child needs is prepared before the fork, because after
+// it only async-signal-safe calls are allowed.
+pid_t spawn(const QStringList& command, int outFd, int errFd, const QStringList& environment = {}) {
     std::vector<QByteArray> storage;
-    for (const QString& part : command)
-        storage.push_back(part.toLocal8Bit());
-    std::vector<char*> argv;
-    for (QByteArray& part : storage)
-        argv.push_back(part.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv = pointersTo(command, storage);
+    std::vector<QByteArray> environmentStorage;
+    std::vector<char*> envp = pointersTo(environment, environmentStorage);
+    char** const childEnvironment = environment.isEmpty() ? environ : envp.data();
     const pid_t parent = getpid();
 
     const pid_t pid = fork();
@@ -40,7 +49,7 @@ pid_t spawn(const QStringList& command, int outFd, int errFd) {
     dup2(devNull, STDIN_FILENO);
     dup2(outFd, STDOUT_FILENO);
     dup2(errFd, STDERR_FILENO);
-    execvp(argv[0], argv.data());
+    execvpe(argv[0], argv.data(), childEnvironment);
     _exit(127);
 }
 
@@ -68,6 +77,7 @@ ChildProcess::~ChildProcess() {
 
 bool ChildProcess::start(const QStringList& command, const QString& logFile, bool captureOutput) {
     stop();
+    m_exitCode = -1;
     const int logFd = openLog(logFile);
     if (logFd < 0)
         return false;
@@ -80,7 +90,7 @@ bool ChildProcess::start(const QStringList& command, const QString& logFile, boo
         }
         outFd = pipeFds[1];
     }
-    m_pid = spawn(command, outFd, logFd);
+    m_pid = spawn(command, outFd, logFd, m_environment);
     close(logFd);
     if (captureOutput) {
         close(pipeFds[1]);
@@ -120,6 +130,7 @@ bool ChildProcess::reap(bool wait) {
     int status = 0;
     const pid_t done = waitpid(m_pid, &status, wait ? 0 : WNOHANG);
     if (done == m_pid || (done < 0 && errno == ECHILD)) {
+        m_exitCode = done == m_pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         m_pid = -1;
         return true;
     }

@@ -1,0 +1,143 @@
+#pragma once
+
+#include "ChildProcess.h"
+#include "DesktopSession.h"
+#include "FakeRaindropService.h"
+#include "QuillmarProcess.h"
+#include "ScreenReader.h"
+#include "TestHttpServer.h"
+
+#include <QImage>
+#include <QObject>
+#include <QPair>
+#include <QRect>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+// What a person sees of Quillmar in one real desktop shell, checked point by point: each test
+// function below is one promise Quillmar makes on every desktop. A shell's test program derives
+// from this class and says how its shell is started and driven; the shell starts once and
+// serves every function. Quillmar runs inside the shell's session as its own process, talking
+// to the bookmark service, web pages and update manifest played by this process on 127.0.0.1.
+class ShellTest : public QObject {
+    Q_OBJECT
+public:
+    ~ShellTest() override;
+
+protected:
+    // How a menu's submenu opens in this shell.
+    enum class Submenus {
+        Cascading, // beside its parent, opened by clicking its entry
+        Inline,    // inside its parent, opened and closed by clicking its entry
+    };
+
+    // The name of this run's folder under the build folder.
+    virtual QString name() const = 0;
+    virtual DesktopSession::Options sessionOptions() const = 0;
+    // Starts the shell's programs in the running session; returns once its tray is up.
+    virtual bool startShell(DesktopSession& session) = 0;
+    // The accessible applications that draw the tray and its menus.
+    virtual QStringList panelApplications() const = 0;
+    virtual Submenus submenus() const { return Submenus::Cascading; }
+    // Where the panel shows Quillmar's icon: by default the panel's object named "Quillmar".
+    virtual std::optional<QRect> trayIcon();
+    // Shows the panel's menu of the icon: a right click unless the shell says otherwise.
+    virtual void openPanelMenu(QRect icon);
+    // The gesture with which the shell activates an item: a left click unless it says otherwise.
+    virtual void activate(QRect icon);
+    // Whether the tooltip's text is light on a dark ground.
+    virtual bool darkTooltips() const { return true; }
+    // A label as the shell's accessible objects give it.
+    virtual QString readAs(const QString& label) const { return label; }
+    // The log of the program that draws the tray.
+    virtual QString shellLog() const = 0;
+
+    // Where the screen differs from how it was before Quillmar first ran by an icon-sized
+    // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
+    // shells that do not expose their tray's buttons.
+    std::optional<QRect> iconByDifference(int panelHeight);
+
+    DesktopSession& session() { return *m_session; }
+    ScreenReader& reader() { return m_reader; }
+    // Waits until the bus has a StatusNotifierWatcher with a host registered (the tray is up).
+    static bool waitForTray(std::chrono::milliseconds timeout);
+    // Waits until a program owns name on the session bus.
+    static bool waitForName(const QString& name, std::chrono::milliseconds timeout);
+    // Spins the event loop until condition holds; false when it did not in time.
+    static bool waitUntil(const std::function<bool()>& condition,
+                          std::chrono::milliseconds timeout = std::chrono::seconds(15));
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void cleanup();
+
+    void iconShownWithTooltip();
+    void panelMenuHasLayoutAndEveryItemWorks();
+    void lazySubmenusFillOnFirstOpen();
+    void clipboardItemFollowsClipboard();
+    void refreshWaitsForOpenMenuToClose();
+    void ownMenuOpensAtIconOrPointer();
+    void itemAnswersEveryCallOfTheProtocol();
+    void tallMenuKeepsEveryItemReachable();
+    void nothingOnStandardError();
+
+private:
+    enum class Account { NotSetUp, SetUp, Tall };
+
+    // Runs Quillmar with the configuration of account and these arguments, starting it again
+    // when it runs with others or has ended; returns once its menu is complete.
+    bool runQuillmar(Account account, const QStringList& arguments = {});
+    bool setUpDesktopFiles();
+    // Saves the whole screen; the file's path.
+    QString screenshot(const QString& name);
+    // The open menus of the panel (own: of Quillmar itself).
+    QList<ScreenReader::Menu> openMenus(bool own = false);
+    // The open menus once check holds for them; none when it does not in time.
+    std::optional<QList<ScreenReader::Menu>>
+    waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check,
+                 bool own = false, std::chrono::milliseconds timeout = std::chrono::seconds(15));
+    // Opens the panel's menu; the menu once it shows firstLabel at its top.
+    std::optional<ScreenReader::Menu> openPanelMenuShowing(const QString& firstLabel);
+    QStringList readAs(QStringList labels) const;
+    // Opens the submenu of the entry label of the open menus; the menus once one of them
+    // shows expected.
+    std::optional<QList<ScreenReader::Menu>> openSubmenu(const QString& label,
+                                                         const QString& expected);
+    // Clicks the entry label of the open menus; false when none shows it.
+    bool choose(const QString& label, bool own = false);
+    void closeMenus(bool own = false);
+    // Puts text on the X clipboard from an outside program that stays its owner.
+    bool copyFromOutside(const QString& text);
+    QString clipboard() const;
+    // Quillmar's StatusNotifierItem on the bus: (service, object path).
+    std::optional<QPair<QString, QString>> registeredItem() const;
+    bool settingsWindowShown() const;
+    // Asks the running Quillmar over the bus to show its menu, as a desktop's key binding does.
+    static bool showMenuOverBus();
+    // Requests of the tag list: one per build of the whole menu.
+    int tagListRequests() const;
+    // What the shell's log gained since it had offset characters.
+    QString shellLogSince(qint64 offset) const;
+    qint64 shellLogSize() const;
+
+    std::unique_ptr<DesktopSession> m_session;
+    ScreenReader m_reader;
+    std::unique_ptr<FakeRaindropService> m_service;
+    TestHttpServer m_pages;
+    TestHttpServer m_manifest;
+    std::unique_ptr<QuillmarProcess> m_quillmar;
+    std::optional<Account> m_account;
+    QStringList m_arguments;
+    ChildProcess m_clipboardOwner;
+    QString m_clipboardFile;
+    int m_shots = 0;
+    QImage m_beforeQuillmar;
+    // Where the panel shows the running Quillmar's icon.
+    std::optional<QRect> m_icon;
+};

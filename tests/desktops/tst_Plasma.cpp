@@ -1,0 +1,54 @@
+// Quillmar in KDE Plasma 5.27: its StatusNotifierItem in the system tray of Plasma's panel, the
+// menu drawn by Plasma's menu importer, with the KWin window manager, on a virtual screen driven
+// by real input.
+
+#include "ShellTest.h"
+
+#include <QtTest>
+
+using namespace std::chrono_literals;
+
+class tst_Plasma : public ShellTest {
+    Q_OBJECT
+
+protected:
+    QString name() const override { return QStringLiteral("plasma"); }
+    DesktopSession::Options sessionOptions() const override {
+        return {.variables = {// kded loads its StatusNotifierWatcher only in a KDE session.
+                              QStringLiteral("KDE_FULL_SESSION=true"),
+                              QStringLiteral("KDE_SESSION_VERSION=5"),
+                              QStringLiteral("XDG_CURRENT_DESKTOP=KDE"),
+                              QStringLiteral("DESKTOP_SESSION=plasma"),
+                              // No GPU on the virtual screen.
+                              QStringLiteral("LIBGL_ALWAYS_SOFTWARE=1"),
+                              QStringLiteral("QT_XCB_GL_INTEGRATION=none"),
+                              QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1")}};
+    }
+    QStringList panelApplications() const override { return {QStringLiteral("plasmashell")}; }
+    QString shellLog() const override { return m_log; }
+
+    bool startShell(DesktopSession& session) override {
+        m_log = session.logFile(QStringLiteral("plasmashell"));
+        return session.startProgram(QStringLiteral("kwin_x11"),
+                                    {QStringLiteral("kwin_x11"), QStringLiteral("--replace")}) &&
+               waitForName(QStringLiteral("org.kde.KWin"), 60s) &&
+               session.startProgram(QStringLiteral("kded5"), {QStringLiteral("kded5")}) &&
+               waitForName(QStringLiteral("org.kde.StatusNotifierWatcher"), 60s) &&
+               session.startProgram(
+                   QStringLiteral("plasmashell"),
+                   {QStringLiteral("plasmashell"), QStringLiteral("--no-respawn")}) &&
+               waitForTray(120s);
+    }
+
+    std::optional<QRect> trayIcon() override {
+        if (const auto icon = ShellTest::trayIcon())
+            return icon;
+        return iconByDifference(44);
+    }
+
+private:
+    QString m_log;
+};
+
+QTEST_GUILESS_MAIN(tst_Plasma)
+#include "tst_Plasma.moc"
