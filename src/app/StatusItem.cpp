@@ -26,18 +26,23 @@ StatusItem::StatusItem(QObject* parent)
     , m_popup(MenuPopup::forThisDesktop()) {
     if (StatusNotifierItem::isHostAvailable() && useStatusNotifierItem())
         return;
-    // Created only here: Qt decides once per process, when the first QSystemTrayIcon is made,
-    // whether its icons go to a StatusNotifierItem panel, and with no panel now it picks XEmbed.
-    m_trayIcon = std::make_unique<QSystemTrayIcon>(dropIcon());
-    m_trayIcon->setToolTip(QStringLiteral("Quillmar"));
-    // A left click arrives as an activation; the menu opens on it as on a right click, which
-    // the tray handles itself through the context menu.
-    connect(m_trayIcon.get(), &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger)
-                    performClick();
-            });
-    m_trayIcon->show();
+    // XEmbed icons exist on X11 only; on Wayland the icon waits for a panel (Qt's own fallback
+    // there complains on standard error and shows nothing).
+    if (!QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        // Created only here: Qt decides once per process, when the first QSystemTrayIcon is
+        // made, whether its icons go to a StatusNotifierItem panel, and with no panel now it
+        // picks XEmbed.
+        m_trayIcon = std::make_unique<QSystemTrayIcon>(dropIcon());
+        m_trayIcon->setToolTip(QStringLiteral("Quillmar"));
+        // A left click arrives as an activation; the menu opens on it as on a right click,
+        // which the tray handles itself through the context menu.
+        connect(m_trayIcon.get(), &QSystemTrayIcon::activated, this,
+                [this](QSystemTrayIcon::ActivationReason reason) {
+                    if (reason == QSystemTrayIcon::Trigger)
+                        performClick();
+                });
+        m_trayIcon->show();
+    }
     // A panel that starts later (the program started first at login, or the AppIndicator
     // extension was switched on) announces itself; the icon moves there.
     const QString watcher = u"org.kde.StatusNotifierWatcher"_s;
@@ -57,8 +62,10 @@ StatusItem::~StatusItem() {
 void StatusItem::panelStarted() {
     if (m_notifierItem || !StatusNotifierItem::isHostAvailable() || !useStatusNotifierItem())
         return;
-    m_trayIcon->setContextMenu(nullptr);
-    m_trayIcon->hide();
+    if (m_trayIcon) {
+        m_trayIcon->setContextMenu(nullptr);
+        m_trayIcon->hide();
+    }
     m_panelWatcher.reset();
 }
 
@@ -91,7 +98,7 @@ void StatusItem::setMenu(QMenu* menu) {
     m_menu = menu;
     if (m_notifierItem)
         m_notifierItem->setMenu(menu);
-    else
+    else if (m_trayIcon)
         m_trayIcon->setContextMenu(menu);
     if (previous) {
         previous->hide();
@@ -103,7 +110,7 @@ void StatusItem::setMenu(QMenu* menu) {
 void StatusItem::performClick() {
     if (!m_menu)
         return;
-    if (m_notifierItem) {
+    if (m_notifierItem || !m_trayIcon) {
         popupAt(m_lastClick.value_or(QCursor::pos()));
         return;
     }

@@ -49,7 +49,8 @@ private:
     bool useStatusNotifierItem();
     void popupAt(QPoint at);
 
-    // The XEmbed icon; none when the icon was a StatusNotifierItem from the start.
+    // The XEmbed icon; none when the icon was a StatusNotifierItem from the start, or on
+    // Wayland.
     std::unique_ptr<QSystemTrayIcon> m_trayIcon;
     std::unique_ptr<StatusNotifierItem> m_notifierItem;
     // Watches for a panel while the icon is an XEmbed one.

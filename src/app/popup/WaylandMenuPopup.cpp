@@ -3,11 +3,37 @@
 #include "app/wayland/XdgActivation.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QMenu>
 #include <QWindow>
 
 WaylandMenuPopup::WaylandMenuPopup() {
     connect(qApp, &QGuiApplication::focusWindowChanged, this, &WaylandMenuPopup::focusChanged);
+    // Every submenu, also those added to the menu later, is seen as it is about to show.
+    qApp->installEventFilter(this);
+}
+
+bool WaylandMenuPopup::eventFilter(QObject* watched, QEvent* event) {
+    // Qt sends a widget its show event before its window goes on screen.
+    if (event->type() == QEvent::Show && m_menu && m_menu->isVisible() && watched != m_menu) {
+        if (auto* submenu = qobject_cast<QMenu*>(watched); submenu && submenu->isWindow())
+            showingSubmenu(submenu);
+    }
+    return false;
+}
+
+void WaylandMenuPopup::showingSubmenu(QMenu* submenu) {
+    // Qt 6.4 makes a Qt::Popup window a grabbing popup only with the serial of an input event
+    // of this program, and a plain window without one: a submenu opened by hovering alone,
+    // before any key or button was pressed in the menu, would open as a window of its own
+    // (placed by the compositor) or, with a stale serial, be refused and closed at once
+    // (mutter). Its window is made a popup that grabs nothing instead: placed beside its
+    // parent as asked, with the keyboard staying with the menu, which hands the keys on to
+    // the open submenu. Only the window's type changes; the widget stays Qt's popup menu.
+    QWindow* window = submenu->windowHandle();
+    if (!window || window->type() == Qt::ToolTip)
+        return;
+    window->setFlags((window->flags() & ~Qt::WindowType_Mask) | Qt::ToolTip);
 }
 
 void WaylandMenuPopup::show(QMenu* menu, QPoint at) {

@@ -14,6 +14,7 @@ class QWindow;
 // floats), with the keyboard (a new window gets the focus; a token from the panel asks for
 // it), and closed when the focus goes to another program or window, on Escape and on a choice
 // as any menu. A second request while it is open closes it, as a second click on an icon does.
+// Its submenus are popups beside it that do not ask for the input (see showingSubmenu).
 class WaylandMenuPopup : public MenuPopup {
     Q_OBJECT
 public:
@@ -21,7 +22,11 @@ public:
 
     void show(QMenu* menu, QPoint at) override;
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
+    void showingSubmenu(QMenu* submenu);
     void focusChanged(QWindow* focus);
     bool isMenuWindow(const QWindow* window) const;
 

@@ -7,6 +7,7 @@
 //     press BUTTON      a Linux button code: 272 left, 273 right, 274 middle
 //     release BUTTON
 //     click BUTTON      press and release
+//     scroll STEPS      turns the wheel: down by STEPS notches, up when negative
 //
 // Usage: quillmar-test-pointer WIDTH HEIGHT PIPE (the size of the output layout; the pipe is
 // opened after "ready" is printed).
@@ -102,6 +103,18 @@ int main(int argc, char* argv[]) {
             if (command != "press") {
                 zwlr_virtual_pointer_v1_button(pointer, now(), button,
                                                WL_POINTER_BUTTON_STATE_RELEASED);
+                zwlr_virtual_pointer_v1_frame(pointer);
+            }
+        } else if (command == "scroll") {
+            int steps = 0;
+            words >> steps;
+            // One notch at a time, as a wheel turns: 15 is one notch's distance.
+            for (int notch = 0; notch < std::abs(steps); ++notch) {
+                const int direction = steps < 0 ? -1 : 1;
+                zwlr_virtual_pointer_v1_axis_source(pointer, WL_POINTER_AXIS_SOURCE_WHEEL);
+                zwlr_virtual_pointer_v1_axis_discrete(pointer, now(),
+                                                      WL_POINTER_AXIS_VERTICAL_SCROLL,
+                                                      wl_fixed_from_int(15 * direction), direction);
                 zwlr_virtual_pointer_v1_frame(pointer);
             }
         } else {
