@@ -11,16 +11,17 @@ JOBS ?= $(shell nproc)
 TEST_FUZZ_SECONDS ?= 5
 FUZZ_SECONDS ?= 300
 
-# Qt's SVG plugin draws the tray icon; the fonts draw the menus' emoji and symbols.
-BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
+# Qt's SVG plugin draws the tray icon; the fonts draw the menus' emoji and symbols; wayland-scanner
+# (libwayland-bin) generates the Wayland protocol code.
+BUILD_PACKAGES := cmake ninja-build gcc g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
 	qcoro-qt6-dev libqt6svg6 libxcb1-dev libxcb-keysyms1-dev \
-	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
-RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
+	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola libwayland-dev libwayland-bin
+RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11 qt6-wayland
 # The real desktop shells that tests/desktops runs Quillmar in, and what reads their screens
-# (the accessibility bus, OCR).
+# (the accessibility bus, OCR) and clipboards.
 DESKTOP_PACKAGES := gnome-shell gnome-shell-extension-appindicator plasma-workspace \
 	plasma-desktop kwin-x11 xfce4-panel lxqt-panel sway waybar grim wtype qt6-wayland \
-	at-spi2-core python3-pyatspi python3-gi python3-dbus tesseract-ocr
+	wl-clipboard at-spi2-core python3-pyatspi python3-gi python3-dbus tesseract-ocr
 # x11-xkb-utils (setxkbmap): keyboard layouts the recorder is tested under;
 # dbus-daemon and gdbus (libglib2.0-bin): private buses and calls as a desktop makes them;
 # dpkg-dev and file: CPack's package; appstream, desktop-file-utils and python3-debian check what
@@ -59,7 +60,7 @@ $(SANITIZE_BUILD_DIR)/build.ninja:
 
 $(FUZZ_BUILD_DIR)/build.ninja:
 	cmake -S . -B $(FUZZ_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-		-DCMAKE_CXX_COMPILER=clang++ -DQUILLMAR_FUZZ=ON
+		-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DQUILLMAR_FUZZ=ON
 
 run: deps-run
 	@$(MAKE) --no-print-directory build

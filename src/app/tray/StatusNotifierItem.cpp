@@ -1,5 +1,7 @@
 #include "app/tray/StatusNotifierItem.h"
 
+#include "app/wayland/XdgActivation.h"
+
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusError>
@@ -134,5 +136,6 @@ void StatusNotifierItem::ContextMenu(int x, int y) {
 void StatusNotifierItem::Scroll(int, const QString&) {}
 
 void StatusNotifierItem::ProvideXdgActivationToken(const QString& token) {
+    XdgActivation::setToken(token);
     Q_EMIT activationTokenProvided(token);
 }

@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QThread>
 
 #include <csignal>
@@ -33,8 +34,16 @@ QString DesktopSession::logFile(const QString& name) const {
 }
 
 bool DesktopSession::start() {
-    if (m_folder.exists() && !m_folder.removeRecursively())
-        return fail(QStringLiteral("cannot empty the session folder"));
+    // Emptied, not removed: the folder may be one that a test run as another user was given.
+    const QFileInfoList entries = m_folder.entryInfoList(QDir::AllEntries | QDir::Hidden |
+                                                         QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo& entry : entries) {
+        const bool removed = entry.isDir() && !entry.isSymLink()
+                                 ? QDir(entry.filePath()).removeRecursively()
+                                 : QFile::remove(entry.filePath());
+        if (!removed)
+            return fail(QStringLiteral("cannot empty the session folder"));
+    }
     for (const char* sub : {"home/.config", "home/.local/share", "home/.cache", "home/.local/state",
                             "runtime", "logs", "screenshots"})
         if (!m_folder.mkpath(QString::fromLatin1(sub)))
@@ -52,12 +61,23 @@ bool DesktopSession::start() {
     qunsetenv("GSETTINGS_BACKEND");
     qunsetenv("QT_QPA_PLATFORM");
 
-    m_desktop = std::make_unique<VirtualDesktop>(
-        VirtualDesktop::Options{.trayHost = false, .screen = m_options.screen});
-    if (!m_desktop->start())
-        return fail(m_desktop->errorString());
-    // VirtualDesktop points Qt programs at X; the session's own variables decide the rest.
-    setVariable(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));
+    if (m_options.wayland) {
+        if (!m_sessionBus.start(logFile(QStringLiteral("session-bus"))))
+            return fail(QStringLiteral("the session bus did not start"));
+        setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_sessionBus.address());
+        setVariable(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland"));
+        // Nothing of the desktop the tests were started from may leak in.
+        for (const char* variable :
+             {"DISPLAY", "WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP", "SESSION_MANAGER"})
+            qunsetenv(variable);
+    } else {
+        m_desktop = std::make_unique<VirtualDesktop>(
+            VirtualDesktop::Options{.trayHost = false, .screen = m_options.screen});
+        if (!m_desktop->start())
+            return fail(m_desktop->errorString());
+        // VirtualDesktop points Qt programs at X; the session's own variables decide the rest.
+        setVariable(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));
+    }
     for (const QString& variable : m_options.variables)
         setVariable(variable.section(u'=', 0, 0), variable.section(u'=', 1));
 
@@ -142,5 +162,6 @@ void DesktopSession::stop() {
         kill(pid_t(m_accessibilityBusPid), SIGTERM);
     m_accessibilityBusPid = 0;
     m_systemBus.stop();
+    m_sessionBus.stop();
     m_desktop.reset();
 }

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "ChildProcess.h"
+#include "DesktopInput.h"
 #include "DesktopSession.h"
 #include "FakeRaindropService.h"
 #include "QuillmarProcess.h"
 #include "ScreenReader.h"
 #include "TestHttpServer.h"
+#include "X11Input.h"
 
 #include <QImage>
 #include <QObject>
@@ -50,8 +52,34 @@ protected:
     virtual void openPanelMenu(QRect icon);
     // The gesture with which the shell activates an item: a left click unless it says otherwise.
     virtual void activate(QRect icon);
+    // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
+    virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
     virtual bool darkTooltips() const { return true; }
+    // The session's pointer and keyboard: the X server's unless the shell says otherwise.
+    virtual DesktopInput& input() { return m_x11Input; }
+    // Saves the whole screen as PNG; the X server's screen unless the shell says otherwise.
+    virtual bool saveScreen(const QString& file);
+
+    // On Wayland the compositor, not the program, decides where a window goes and whether it
+    // gets the keyboard: a Wayland shell says what it did with Quillmar's windows.
+    struct Window {
+        QString title;
+        // Its place on the screen, where the compositor tells; else only its size.
+        QRect rect;
+        bool focused = false;
+        // Not tiled: of its own size.
+        bool floating = true;
+    };
+    virtual QList<Window> ownWindows() const { return {}; }
+    // Quillmar's own menus as read (none: all closed), moved to where they show: on Wayland Qt
+    // knows where its windows are only relative to each other, so a Wayland shell moves them by
+    // where its compositor put the menu's window.
+    virtual QList<ScreenReader::Menu> placeOwnMenus(QList<ScreenReader::Menu> menus) {
+        return menus;
+    }
+    // menus, each moved by offset.
+    static QList<ScreenReader::Menu> moved(QList<ScreenReader::Menu> menus, QPoint offset);
     // A label as it is read on the screen: as the shell's accessible objects give it, or its
     // letters and digits where menus are read by OCR.
     virtual QString readAs(const QString& label) const;
@@ -88,6 +116,7 @@ private Q_SLOTS:
     void clipboardItemFollowsClipboard();
     void refreshWaitsForOpenMenuToClose();
     void ownMenuOpensAtIconOrPointer();
+    void ownMenuBehavesAsAMenu();
     void itemAnswersEveryCallOfTheProtocol();
     void tallMenuKeepsEveryItemReachable();
     void nothingOnStandardError();
@@ -118,6 +147,12 @@ private:
                                                          const QString& expected);
     // Clicks the entry label of the open menus; false when none shows it.
     bool choose(const QString& label, bool own = false);
+    // Asks Quillmar over the bus to show its own menu; the menus once it shows.
+    std::optional<QList<ScreenReader::Menu>> openOwnMenu();
+    // Rests the pointer on the entry label of Quillmar's own menus, without a click; the menus
+    // once one of them shows expected.
+    std::optional<QList<ScreenReader::Menu>> hoverOwn(const QString& label,
+                                                      const QString& expected);
     void closeMenus(bool own = false);
     // Puts text on the X clipboard from an outside program that stays its owner.
     bool copyFromOutside(const QString& text);
@@ -125,6 +160,9 @@ private:
     // Quillmar's StatusNotifierItem on the bus: (service, object path).
     std::optional<QPair<QString, QString>> registeredItem() const;
     bool settingsWindowShown() const;
+    // What is wrong with the window of Quillmar's own menu (of that size) that the compositor
+    // shows, closing the menu; none when it is small, floating and has the keyboard.
+    QString menuWindowProblem(const QString& how, QSize menu);
     // Asks the running Quillmar over the bus to show its menu, as a desktop's key binding does.
     static bool showMenuOverBus();
     // Requests of the tag list: one per build of the whole menu.
@@ -134,6 +172,7 @@ private:
     qint64 shellLogSize() const;
 
     std::unique_ptr<DesktopSession> m_session;
+    X11Input m_x11Input;
     ScreenReader m_reader;
     std::unique_ptr<FakeRaindropService> m_service;
     TestHttpServer m_pages;
