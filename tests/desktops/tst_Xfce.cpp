@@ -2,7 +2,6 @@
 // the panel (libdbusmenu-gtk3), on a virtual screen driven by real input.
 
 #include "ShellTest.h"
-#include "X11Input.h"
 
 #include <QtTest>
 
