@@ -2,6 +2,7 @@
 
 #include "ChildProcess.h"
 
+#include <QDBusConnection>
 #include <QHash>
 #include <QString>
 
@@ -18,16 +19,20 @@ public:
     void stop();
 
     struct Answer {
-        // Empty when the call returned; else the error's name.
+        // Empty when the call returned, or when the caller asked for no answer; else the
+        // error's name.
         QString error;
     };
     // Waits for the next call of member since the last one waited for, and its answer; none
-    // when none was answered in time.
+    // when no such call came in time. A call whose caller asked for no answer is known as such
+    // once the callee has answered a call of this monitor's, made after it.
     std::optional<Answer> waitForAnswer(const QString& member, std::chrono::milliseconds timeout);
 
 private:
     struct Call {
         QString member;
+        QString callee;
+        QString path;
         std::optional<Answer> answer;
     };
     // Takes in the lines the monitor has printed so far.
@@ -41,4 +46,7 @@ private:
     QList<QString> m_order;
     QHash<QString, Call> m_calls;
     qsizetype m_taken = 0;
+    // Asks what the callee has answered before: a call of its own after the one watched.
+    QDBusConnection m_connection{QString()};
+    int m_ownAnswers = 0;
 };
