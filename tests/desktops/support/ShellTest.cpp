@@ -899,6 +899,25 @@ void ShellTest::refreshWaitsForOpenMenuToClose() {
             return QStringLiteral("the refresh fell due before ") + which +
                    QStringLiteral(" had opened");
         const qsizetype layoutUpdates = host.layoutUpdates().size();
+        if (!own && !announcesMenuClosing()) {
+            // Quillmar cannot know that the panel's menu is open: the refresh runs when it
+            // falls due, and the open menu is updated in place.
+            if (!waitUntil([&] { return m_service->favouritesRequests() > loads; }, interval * 2))
+                return QStringLiteral("the refresh did not run");
+            loaded.start();
+            loads = m_service->favouritesRequests();
+            const bool updated = host.waitForLayoutUpdate(layoutUpdates, 15000);
+            screenshot(QStringLiteral("refresh-in-place"));
+            if (!updated)
+                return QStringLiteral("the refresh was not exported");
+            if (!m_session->endedPrograms().isEmpty())
+                return QStringLiteral("ended during the refresh: ") +
+                       m_session->endedPrograms().join(u' ');
+            if (openMenus().isEmpty())
+                return QStringLiteral("the refresh closed ") + which;
+            closeMenus();
+            return {};
+        }
         // A timer of this length fires within 5 % of it; Quillmar's event loop has handled
         // it once it has answered a call made after that.
         const qint64 due = std::chrono::milliseconds(interval).count() * 105 / 100;

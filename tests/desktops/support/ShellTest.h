@@ -52,6 +52,9 @@ protected:
     virtual void openPanelMenu(QRect icon);
     // The gesture with which the shell activates an item: a left click unless it says otherwise.
     virtual void activate(QRect icon);
+    // Whether the panel tells Quillmar when its menu closes (the "closed" event of the menu
+    // protocol): else Quillmar cannot hold a refresh back for it.
+    virtual bool announcesMenuClosing() const { return true; }
     // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
     virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
