@@ -26,7 +26,7 @@ import os
 import sys
 
 import pyatspi
-from gi.repository import GLib
+from gi.repository import Atspi, GLib
 
 MENU_ROLES = {pyatspi.ROLE_MENU, pyatspi.ROLE_POPUP_MENU}
 ENTRY_ROLES = {
@@ -223,7 +223,17 @@ def answer(request):
     return {"error": "unknown request"}
 
 
+def read_states_live():
+    """States are asked for at each reading: Qt tells no change of an entry's enabled state
+    (a menu that follows the clipboard as it opens), so a cached one can be stale."""
+    everything_but_states = (Atspi.Cache.PARENT | Atspi.Cache.CHILDREN | Atspi.Cache.NAME |
+                             Atspi.Cache.DESCRIPTION | Atspi.Cache.ROLE |
+                             Atspi.Cache.INTERFACES | Atspi.Cache.ATTRIBUTES)
+    pyatspi.Registry.getDesktop(0).set_cache_mask(everything_but_states)
+
+
 def main():
+    read_states_live()
     if len(sys.argv) > 2 and sys.argv[1] == "--once":
         print(json.dumps(answer("\t".join(sys.argv[2:])), ensure_ascii=False))
         return 0
