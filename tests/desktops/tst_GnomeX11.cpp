@@ -20,6 +20,8 @@ protected:
     }
     QStringList panelApplications() const override { return {QStringLiteral("gnome-shell")}; }
     QString shellLog() const override { return m_log; }
+    // The extension shows no tooltips; the icon's accessible name is the item's title.
+    bool showsTooltips() const override { return false; }
     // The extension opens a submenu inside its parent, and closes it on a second click.
     Submenus submenus() const override { return Submenus::Inline; }
     // A single click waits for a second: a double click is the activation.
@@ -49,11 +51,21 @@ protected:
                                   setting)
                     .exitCode != 0)
                 return false;
-        return session.startProgram(QStringLiteral("gnome-shell"),
-                                    {QStringLiteral("gnome-shell"), QStringLiteral("--x11"),
-                                     QStringLiteral("--replace"),
-                                     QStringLiteral("--sm-disable")}) &&
-               waitForTray(120s);
+        if (!session.startProgram(QStringLiteral("gnome-shell"),
+                                  {QStringLiteral("gnome-shell"), QStringLiteral("--x11"),
+                                   QStringLiteral("--replace"), QStringLiteral("--sm-disable")}) ||
+            !waitForTray(120s))
+            return false;
+        // The shell starts in the overview; a person's next step is the desktop.
+        return ChildProcess::run({QStringLiteral("dbus-send"), QStringLiteral("--session"),
+                                  QStringLiteral("--print-reply"),
+                                  QStringLiteral("--dest=org.gnome.Shell"),
+                                  QStringLiteral("/org/gnome/Shell"),
+                                  QStringLiteral("org.freedesktop.DBus.Properties.Set"),
+                                  QStringLiteral("string:org.gnome.Shell"),
+                                  QStringLiteral("string:OverviewActive"),
+                                  QStringLiteral("variant:boolean:false")})
+                   .exitCode == 0;
     }
 
 private:

@@ -4,17 +4,32 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QList>
+#include <QSocketNotifier>
 #include <QThread>
 
 #include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 void setVariable(const QString& name, const QString& value) {
     qputenv(name.toLocal8Bit().constData(), value.toLocal8Bit());
+}
+
+// The session that runs now, stopped when this process is asked to end; and the pipe through
+// which a signal handler tells the event loop so.
+DesktopSession* runningSession = nullptr;
+int signalPipe[2] = {-1, -1};
+
+void onEndSignal(int signal) {
+    const char number = char(signal);
+    if (write(signalPipe[1], &number, 1) < 0)
+        return;
 }
 
 // The processes whose parent is this one that no ChildProcess started: programs that the
@@ -61,6 +76,7 @@ bool DesktopSession::start() {
     // What the session's programs start and leave behind comes to this process, to be stopped
     // with the session, and is found by a harness that ends this process's whole tree.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
+    stopOnEndSignals();
     // Emptied, not removed: the folder may be one that a test run as another user was given.
     const QFileInfoList entries = m_folder.entryInfoList(QDir::AllEntries | QDir::Hidden |
                                                          QDir::System | QDir::NoDotAndDotDot);
@@ -170,7 +186,32 @@ QStringList DesktopSession::endedPrograms() {
     return ended;
 }
 
+void DesktopSession::stopOnEndSignals() {
+    // Asked to end (a harness's time-out, Ctrl+C), this process stops the session first: what
+    // it adopted has no parent-death signal and would outlive it.
+    runningSession = this;
+    if (signalPipe[0] >= 0)
+        return;
+    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
+    static QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, [] {
+        char number = 0;
+        if (read(signalPipe[0], &number, 1) != 1)
+            return;
+        if (runningSession)
+            runningSession->stop();
+        std::_Exit(128 + number);
+    });
+    struct sigaction action = {};
+    action.sa_handler = onEndSignal;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
 void DesktopSession::stop() {
+    if (runningSession == this)
+        runningSession = nullptr;
     // Last started first: panels before the buses they talk on.
     while (!m_programs.empty()) {
         m_programs.back().process.stop();

@@ -64,6 +64,7 @@ private:
     bool startAccessibilityBus();
     // Stops, by process id, what the session's programs started and left behind.
     void stopAdopted();
+    void stopOnEndSignals();
 
     Options m_options;
     QDir m_folder;
