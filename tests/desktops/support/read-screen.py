@@ -213,6 +213,7 @@ def answer(request):
             node.clear_cache()
         except Exception:
             pass
+    read_states_live()
     words = request.split("\t")
     if words[0] == "menus":
         return open_menus()
@@ -224,16 +225,18 @@ def answer(request):
 
 
 def read_states_live():
-    """States are asked for at each reading: Qt tells no change of an entry's enabled state
-    (a menu that follows the clipboard as it opens), so a cached one can be stale."""
+    """Quillmar's entries' states are asked for at each reading: Qt tells no change of an
+    entry's enabled state (a menu that follows the clipboard as it opens), so a cached one can
+    be stale. Only there: asking every application anew is slow, and some never answer."""
     everything_but_states = (Atspi.Cache.PARENT | Atspi.Cache.CHILDREN | Atspi.Cache.NAME |
                              Atspi.Cache.DESCRIPTION | Atspi.Cache.ROLE |
                              Atspi.Cache.INTERFACES | Atspi.Cache.ATTRIBUTES)
-    pyatspi.Registry.getDesktop(0).set_cache_mask(everything_but_states)
+    for app in children(pyatspi.Registry.getDesktop(0)):
+        if app.name == "Quillmar":
+            app.set_cache_mask(everything_but_states)
 
 
 def main():
-    read_states_live()
     if len(sys.argv) > 2 and sys.argv[1] == "--once":
         print(json.dumps(answer("\t".join(sys.argv[2:])), ensure_ascii=False))
         return 0
