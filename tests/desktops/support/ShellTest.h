@@ -130,6 +130,8 @@ private:
     // Runs Quillmar with the configuration of account and these arguments, starting it again
     // when it runs with others or has ended; returns once its menu is complete.
     bool runQuillmar(Account account, const QStringList& arguments = {});
+    // Waits until the running Quillmar exports its whole menu.
+    bool waitForFullMenu();
     bool setUpDesktopFiles();
     // Saves the whole screen; the file's path.
     QString screenshot(const QString& name);
