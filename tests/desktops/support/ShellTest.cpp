@@ -1299,12 +1299,12 @@ void ShellTest::itemAnswersEveryCallOfTheProtocol() {
     input().click(icon->center(), 2);
     answered(QStringLiteral("SecondaryActivate"), QStringLiteral("a middle click"));
     // The middle click opens Quillmar's own menu, which would take the wheel.
-    QVERIFY2(waitForMenus(
-                 [](const QList<ScreenReader::Menu>& menus) {
-                     return menuWith(menus, QStringLiteral("Quit Quillmar"));
-                 },
-                 true),
-             "a middle click did not open Quillmar's own menu");
+    if (!waitForMenus(
+            [](const QList<ScreenReader::Menu>& menus) {
+                return menuWith(menus, QStringLiteral("Quit Quillmar"));
+            },
+            true))
+        failures.append(QStringLiteral("a middle click did not open Quillmar's own menu"));
     closeMenus(true);
     input().scroll(icon->center(), false);
     answered(QStringLiteral("Scroll"), QStringLiteral("the wheel"));
