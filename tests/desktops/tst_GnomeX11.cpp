@@ -56,8 +56,10 @@ protected:
                                    QStringLiteral("--replace"), QStringLiteral("--sm-disable")}) ||
             !waitForTray(120s))
             return false;
-        // The shell starts in the overview; a person's next step is the desktop.
-        return ChildProcess::run({QStringLiteral("dbus-send"), QStringLiteral("--session"),
+        // The shell starts in the overview once its start-up is over; a person's next step is
+        // the desktop.
+        return waitUntil([] { return overviewActive(); }, 60s) &&
+               ChildProcess::run({QStringLiteral("dbus-send"), QStringLiteral("--session"),
                                   QStringLiteral("--print-reply"),
                                   QStringLiteral("--dest=org.gnome.Shell"),
                                   QStringLiteral("/org/gnome/Shell"),
@@ -65,10 +67,22 @@ protected:
                                   QStringLiteral("string:org.gnome.Shell"),
                                   QStringLiteral("string:OverviewActive"),
                                   QStringLiteral("variant:boolean:false")})
-                   .exitCode == 0;
+                       .exitCode == 0 &&
+               waitUntil([] { return !overviewActive(); }, 30s);
     }
 
 private:
+    static bool overviewActive() {
+        return ChildProcess::run({QStringLiteral("dbus-send"), QStringLiteral("--session"),
+                                  QStringLiteral("--print-reply=literal"),
+                                  QStringLiteral("--dest=org.gnome.Shell"),
+                                  QStringLiteral("/org/gnome/Shell"),
+                                  QStringLiteral("org.freedesktop.DBus.Properties.Get"),
+                                  QStringLiteral("string:org.gnome.Shell"),
+                                  QStringLiteral("string:OverviewActive")})
+            .output.contains("true");
+    }
+
     QString m_log;
 };
 
