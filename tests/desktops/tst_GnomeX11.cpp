@@ -24,7 +24,7 @@ protected:
     // The extension opens a submenu inside its parent, and closes it on a second click.
     Submenus submenus() const override { return Submenus::Inline; }
     // A single click waits for a second: a double click is the activation.
-    void activate(QRect icon) override { X11Input::doubleClick(icon.center()); }
+    void activate(QRect icon) override { input().doubleClick(icon.center()); }
 
     bool startShell(DesktopSession& session) override {
         m_log = session.logFile(QStringLiteral("gnome-shell"));

@@ -1,6 +1,10 @@
 #include "ShellTest.h"
 
+#include "PrivateSessionBus.h"
 #include "TestStatusNotifierHost.h"
+#include "TestStatusNotifierWatcher.h"
+
+#include "app/SingleInstance.h"
 
 #include "config/AppConfig.h"
 #include "config/Environment.h"
@@ -198,9 +202,9 @@ QString ShellTest::screenshot(const QString& name) {
 }
 
 bool ShellTest::saveScreen(const QString& file) {
-    return ChildProcess::run({QStringLiteral("import"), QStringLiteral("-window"),
-                              QStringLiteral("root"), file},
-                             30s)
+    return ChildProcess::run(
+               {QStringLiteral("import"), QStringLiteral("-window"), QStringLiteral("root"), file},
+               30s)
                .exitCode == 0;
 }
 
@@ -245,7 +249,7 @@ bool ShellTest::runQuillmar(Account account, const QStringList& arguments) {
     m_icon.reset();
     const bool up = waitUntil([this] { return registeredItem() && (m_icon = trayIcon()); }, 30s);
     if (up && readsMenusByOcr()) {
-        X11Input::moveTo(QPoint(m_session->screen().width() / 2, m_session->screen().height() / 2));
+        input().moveTo(QPoint(m_session->screen().width() / 2, m_session->screen().height() / 2));
         m_withoutMenus = QImage(screenshot(QStringLiteral("no-menu")));
     }
     if (!up) {
@@ -557,8 +561,7 @@ bool ShellTest::copyFromOutside(const QString& text) {
 QString ShellTest::clipboard() const {
     if (m_session->isWayland())
         return QString::fromUtf8(
-            ChildProcess::run({QStringLiteral("wl-paste"), QStringLiteral("--no-newline")})
-                .output);
+            ChildProcess::run({QStringLiteral("wl-paste"), QStringLiteral("--no-newline")}).output);
     return QString::fromUtf8(
         ChildProcess::run({QStringLiteral("xclip"), QStringLiteral("-selection"),
                            QStringLiteral("clipboard"), QStringLiteral("-o")})
@@ -629,15 +632,17 @@ void ShellTest::iconShownWithTooltip() {
     const QRect around = QRect(icon->center() - QPoint(300, 120), QSize(600, 240))
                              .intersected(QRect(QPoint(0, 0), m_session->screen()));
     QString seen;
-    const bool tooltip = !showsTooltips() || waitUntil(
-        [&] {
-            const QString shot = screenshot(QStringLiteral("tooltip"));
-            seen.clear();
-            for (const auto& line : ScreenReader::readText(shot, around, darkTooltips()))
-                seen += line.text + u'|';
-            return seen.contains(QStringLiteral("Quillmar"));
-        },
-        20s);
+    const bool tooltip =
+        !showsTooltips() ||
+        waitUntil(
+            [&] {
+                const QString shot = screenshot(QStringLiteral("tooltip"));
+                seen.clear();
+                for (const auto& line : ScreenReader::readText(shot, around, darkTooltips()))
+                    seen += line.text + u'|';
+                return seen.contains(QStringLiteral("Quillmar"));
+            },
+            20s);
     QVERIFY2(tooltip,
              qPrintable(QStringLiteral("no tooltip \"Quillmar\" near the icon; read: ") + seen));
 
@@ -1051,8 +1056,8 @@ std::optional<QList<ScreenReader::Menu>> ShellTest::hoverOwn(const QString& labe
             return std::nullopt;
         input().moveTo(entry->rect.center() + QPoint(8 * attempt, 0));
         const auto shown = waitForMenus(
-            [&](const QList<ScreenReader::Menu>& shown) { return entryOf(shown, expected); },
-            true, 5s);
+            [&](const QList<ScreenReader::Menu>& shown) { return entryOf(shown, expected); }, true,
+            5s);
         if (shown)
             return shown;
     }
@@ -1279,6 +1284,40 @@ void ShellTest::tallMenuKeepsEveryItemReachable() {
     QVERIFY2(quit, "\"Quit Quillmar\" cannot be reached in the panel's menu");
     input().click(quit->center());
     QVERIFY2(m_quillmar->waitForExit(15s), "choosing \"Quit Quillmar\" did not end Quillmar");
+}
+
+// 9. Started before any panel, as at login, Quillmar prints nothing either, and its icon goes to
+// the panel once one comes.
+void ShellTest::quietWhenStartedBeforeThePanel() {
+    if (!m_session->isWayland())
+        QSKIP("on X11 the icon starts in the XEmbed tray "
+              "(tests/app/tst_x11_StatusNotifierLatePanel)");
+    // A session bus with no panel on it yet, on the same screen; this Quillmar is alone there.
+    PrivateSessionBus lateBus;
+    QVERIFY(lateBus.start(m_session->logFile(QStringLiteral("late-panel-bus"))));
+    const QByteArray sessionBus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", lateBus.address().toUtf8());
+    QuillmarProcess early(QStringLiteral(QUILLMAR_UNDER_TEST),
+                          m_session->folder() + QStringLiteral("/quillmar-before-panel"));
+    const bool started =
+        early.start({m_service->apiBase(), m_pages.baseUrl(),
+                     m_manifest.baseUrl() + QStringLiteral("/apps/quillmar/latest.json")});
+    qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus);
+    QVERIFY(started);
+    QDBusConnection late =
+        QDBusConnection::connectToBus(lateBus.address(), QStringLiteral("late-panel-test"));
+    const auto disconnect =
+        qScopeGuard([] { QDBusConnection::disconnectFromBus(QStringLiteral("late-panel-test")); });
+    QVERIFY2(
+        waitUntil([&] {
+            return late.interface()->isServiceRegistered(SingleInstance::serviceName()).value();
+        }),
+        "Quillmar did not start without a panel");
+    TestStatusNotifierWatcher panel(lateBus.address());
+    QVERIFY(panel.start());
+    QVERIFY2(panel.waitForItem(20000), "Quillmar's icon did not go to the panel that came later");
+    early.stop();
+    QVERIFY2(early.output().isEmpty(), qPrintable(early.output()));
 }
 
 // 9. Quillmar printed nothing in all of the above, quitting included.

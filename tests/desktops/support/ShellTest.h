@@ -119,6 +119,7 @@ private Q_SLOTS:
     void ownMenuBehavesAsAMenu();
     void itemAnswersEveryCallOfTheProtocol();
     void tallMenuKeepsEveryItemReachable();
+    void quietWhenStartedBeforeThePanel();
     void nothingOnStandardError();
 
 private:

@@ -36,7 +36,7 @@ void collectViews(const QJsonObject& node, bool floating, QList<QJsonObject>& vi
 
 } // namespace
 
-class tst_Sway : public ShellTest {
+class tst_wayland_Sway : public ShellTest {
     Q_OBJECT
 public:
     // sway refuses to run as root: run as root (as `make test` is), the test program starts
@@ -69,8 +69,8 @@ protected:
         qputenv("WLR_RENDERER", "pixman");
         const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
         ChildProcess* sway = session.startProgram(
-            QStringLiteral("sway"),
-            {QStringLiteral("sway"), QStringLiteral("--config"), folder + QStringLiteral("/sway.conf")});
+            QStringLiteral("sway"), {QStringLiteral("sway"), QStringLiteral("--config"),
+                                     folder + QStringLiteral("/sway.conf")});
         if (!sway)
             return false;
         QString display;
@@ -93,8 +93,8 @@ protected:
         qputenv("WAYLAND_DISPLAY", display.toLocal8Bit());
         qputenv("SWAYSOCK", ipc.toLocal8Bit());
         qputenv("QT_QPA_PLATFORM", "wayland");
-        return waitForTray(60s) && m_input.start(session.screen(), session.folder() +
-                                                                        QStringLiteral("/logs"));
+        return waitForTray(60s) &&
+               m_input.start(session.screen(), session.folder() + QStringLiteral("/logs"));
     }
 
     // waybar's tray buttons have no accessible names: the icon is found on the screen.
@@ -171,5 +171,5 @@ private:
     QString m_log;
 };
 
-QTEST_GUILESS_MAIN(tst_Sway)
-#include "tst_Sway.moc"
+QTEST_GUILESS_MAIN(tst_wayland_Sway)
+#include "tst_wayland_Sway.moc"
