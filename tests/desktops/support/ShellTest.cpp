@@ -633,16 +633,19 @@ void ShellTest::iconShownWithTooltip() {
                              .intersected(QRect(QPoint(0, 0), m_session->screen()));
     QString seen;
     const bool tooltip =
-        !showsTooltips() ||
-        waitUntil(
-            [&] {
-                const QString shot = screenshot(QStringLiteral("tooltip"));
-                seen.clear();
-                for (const auto& line : ScreenReader::readText(shot, around, darkTooltips()))
-                    seen += line.text + u'|';
-                return seen.contains(QStringLiteral("Quillmar"));
-            },
-            20s);
+        !showsTooltips() || waitUntil(
+                                [&] {
+                                    const QString shot = screenshot(QStringLiteral("tooltip"));
+                                    seen.clear();
+                                    // A tooltip's small text (waybar's) is read at three times its
+                                    // size.
+                                    for (const int scale : {2, 3})
+                                        for (const auto& line : ScreenReader::readText(
+                                                 shot, around, darkTooltips(), scale))
+                                            seen += line.text + u'|';
+                                    return seen.contains(QStringLiteral("Quillmar"));
+                                },
+                                20s);
     QVERIFY2(tooltip,
              qPrintable(QStringLiteral("no tooltip \"Quillmar\" near the icon; read: ") + seen));
 

@@ -99,6 +99,8 @@ protected:
     ScreenReader& reader() { return m_reader; }
     // Waits until the bus has a StatusNotifierWatcher with a host registered (the tray is up).
     static bool waitForTray(std::chrono::milliseconds timeout);
+    // Quillmar's StatusNotifierItem on the bus: (service, object path).
+    std::optional<QPair<QString, QString>> registeredItem() const;
     // Waits until a program owns name on the session bus.
     static bool waitForName(const QString& name, std::chrono::milliseconds timeout);
     // Spins the event loop until condition holds; false when it did not in time.
@@ -158,8 +160,6 @@ private:
     // Puts text on the X clipboard from an outside program that stays its owner.
     bool copyFromOutside(const QString& text);
     QString clipboard() const;
-    // Quillmar's StatusNotifierItem on the bus: (service, object path).
-    std::optional<QPair<QString, QString>> registeredItem() const;
     bool settingsWindowShown() const;
     // What is wrong with the window of Quillmar's own menu (of that size) that the compositor
     // shows, closing the menu; none when it is small, floating and has the keyboard.
