@@ -529,9 +529,13 @@ bool ShellTest::choose(const QString& label, bool own) {
 
 void ShellTest::closeMenus(bool own) {
     for (int i = 0; i < 6 && !openMenus(own).isEmpty(); ++i) {
-        input().pressKeys(QStringLiteral("Escape"));
+        dismissMenu(own);
         QTest::qWait(200);
     }
+}
+
+void ShellTest::dismissMenu(bool) {
+    input().pressKeys(QStringLiteral("Escape"));
 }
 
 bool ShellTest::copyFromOutside(const QString& text) {

@@ -52,6 +52,9 @@ protected:
     virtual void openPanelMenu(QRect icon);
     // The gesture with which the shell activates an item: a left click unless it says otherwise.
     virtual void activate(QRect icon);
+    // Closes the open menu as a person does when done with it: Escape unless the shell says
+    // otherwise (own: Quillmar's own menu, else the panel's).
+    virtual void dismissMenu(bool own);
     // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
     virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
