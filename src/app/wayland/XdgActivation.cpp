@@ -1,6 +1,7 @@
 #include "app/wayland/XdgActivation.h"
 
 #include <QEvent>
+#include <QGuiApplication>
 #include <QObject>
 #include <QTimer>
 #include <QWindow>
@@ -48,7 +49,10 @@ public:
 } // namespace
 
 void XdgActivation::setToken(const QString& token) {
-    keptToken() = token;
+    // Only a Wayland compositor takes these; elsewhere the variable would only reach the
+    // programs Quillmar starts (the browser).
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+        keptToken() = token;
 }
 
 void XdgActivation::activateWhenShown(QWindow* window) {

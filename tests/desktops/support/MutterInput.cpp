@@ -12,13 +12,13 @@ const QString service = QStringLiteral("org.gnome.Mutter.RemoteDesktop");
 // The X key symbols of the key names the tests use.
 quint32 keySymbol(const QString& name) {
     static const QHash<QString, quint32> named = {
-        {QStringLiteral("ctrl"), 0xffe3},   {QStringLiteral("alt"), 0xffe9},
-        {QStringLiteral("shift"), 0xffe1},  {QStringLiteral("super"), 0xffeb},
-        {QStringLiteral("Escape"), 0xff1b}, {QStringLiteral("Return"), 0xff0d},
-        {QStringLiteral("Tab"), 0xff09},    {QStringLiteral("Home"), 0xff50},
-        {QStringLiteral("End"), 0xff57},    {QStringLiteral("Left"), 0xff51},
-        {QStringLiteral("Up"), 0xff52},     {QStringLiteral("Right"), 0xff53},
-        {QStringLiteral("Down"), 0xff54},   {QStringLiteral("Page_Up"), 0xff55},
+        {QStringLiteral("ctrl"), 0xffe3},     {QStringLiteral("alt"), 0xffe9},
+        {QStringLiteral("shift"), 0xffe1},    {QStringLiteral("super"), 0xffeb},
+        {QStringLiteral("Escape"), 0xff1b},   {QStringLiteral("Return"), 0xff0d},
+        {QStringLiteral("Tab"), 0xff09},      {QStringLiteral("Home"), 0xff50},
+        {QStringLiteral("End"), 0xff57},      {QStringLiteral("Left"), 0xff51},
+        {QStringLiteral("Up"), 0xff52},       {QStringLiteral("Right"), 0xff53},
+        {QStringLiteral("Down"), 0xff54},     {QStringLiteral("Page_Up"), 0xff55},
         {QStringLiteral("Page_Down"), 0xff56}};
     if (const auto it = named.constFind(name); it != named.cend())
         return *it;
@@ -37,9 +37,9 @@ MutterInput::~MutterInput() {
 }
 
 bool MutterInput::start(QSize screen) {
-    const QDBusMessage created = m_bus.call(QDBusMessage::createMethodCall(
-        service, QStringLiteral("/org/gnome/Mutter/RemoteDesktop"), service,
-        QStringLiteral("CreateSession")));
+    const QDBusMessage created = m_bus.call(
+        QDBusMessage::createMethodCall(service, QStringLiteral("/org/gnome/Mutter/RemoteDesktop"),
+                                       service, QStringLiteral("CreateSession")));
     if (created.type() != QDBusMessage::ReplyMessage || created.arguments().isEmpty())
         return false;
     m_session = created.arguments().constFirst().value<QDBusObjectPath>().path();

@@ -94,9 +94,7 @@ QList<QRect> ScreenReader::find(const QString& application, const QString& role,
 }
 
 QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, QRect part,
-                                                     bool dark) {
-    // OCR reads small menu text better at twice the size.
-    constexpr int scale = 2;
+                                                     bool dark, int scale) {
     QTemporaryDir work;
     const QString image = work.filePath(QStringLiteral("part.png"));
     QStringList convert{QStringLiteral("convert"), screenshot, QStringLiteral("-crop"),

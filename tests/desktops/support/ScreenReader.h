@@ -55,8 +55,9 @@ public:
     QList<QRect> find(const QString& application, const QString& role, const QString& name);
 
     // The lines of text in part of a screenshot; dark: light text on a dark ground, which OCR
-    // reads better negated.
-    static QList<TextLine> readText(const QString& screenshot, QRect part, bool dark);
+    // reads better negated. OCR reads small text better enlarged: scale times.
+    static QList<TextLine> readText(const QString& screenshot, QRect part, bool dark,
+                                    int scale = 2);
 
 private:
     QJsonValue ask(const QString& request);

@@ -1,7 +1,11 @@
 #include "ShellTest.h"
 
 #include "BusMonitor.h"
+#include "PrivateSessionBus.h"
 #include "TestStatusNotifierHost.h"
+#include "TestStatusNotifierWatcher.h"
+
+#include "app/SingleInstance.h"
 
 #include "config/AppConfig.h"
 #include "config/Environment.h"
@@ -528,9 +532,13 @@ bool ShellTest::choose(const QString& label, bool own) {
 
 void ShellTest::closeMenus(bool own) {
     for (int i = 0; i < 6 && !openMenus(own).isEmpty(); ++i) {
-        input().pressKeys(QStringLiteral("Escape"));
+        dismissMenu(own);
         QTest::qWait(200);
     }
+}
+
+void ShellTest::dismissMenu(bool) {
+    input().pressKeys(QStringLiteral("Escape"));
 }
 
 bool ShellTest::copyFromOutside(const QString& text) {
@@ -632,16 +640,19 @@ void ShellTest::iconShownWithTooltip() {
                              .intersected(QRect(QPoint(0, 0), m_session->screen()));
     QString seen;
     const bool tooltip =
-        !showsTooltips() ||
-        waitUntil(
-            [&] {
-                const QString shot = screenshot(QStringLiteral("tooltip"));
-                seen.clear();
-                for (const auto& line : ScreenReader::readText(shot, around, darkTooltips()))
-                    seen += line.text + u'|';
-                return seen.contains(QStringLiteral("Quillmar"));
-            },
-            20s);
+        !showsTooltips() || waitUntil(
+                                [&] {
+                                    const QString shot = screenshot(QStringLiteral("tooltip"));
+                                    seen.clear();
+                                    // A tooltip's small text (waybar's) is read at three times its
+                                    // size.
+                                    for (const int scale : {2, 3})
+                                        for (const auto& line : ScreenReader::readText(
+                                                 shot, around, darkTooltips(), scale))
+                                            seen += line.text + u'|';
+                                    return seen.contains(QStringLiteral("Quillmar"));
+                                },
+                                20s);
     QVERIFY2(tooltip,
              qPrintable(QStringLiteral("no tooltip \"Quillmar\" near the icon; read: ") + seen));
 
@@ -1364,6 +1375,44 @@ void ShellTest::tallMenuKeepsEveryItemReachable() {
     QVERIFY2(quit, "\"Quit Quillmar\" cannot be reached in the panel's menu");
     input().click(quit->center());
     QVERIFY2(m_quillmar->waitForExit(15s), "choosing \"Quit Quillmar\" did not end Quillmar");
+}
+
+// 9. Started before any panel, as at login, Quillmar prints nothing either, and its icon goes to
+// the panel once one comes.
+void ShellTest::quietWhenStartedBeforeThePanel() {
+    if (!m_session->isWayland())
+        QSKIP("on X11 the icon starts in the XEmbed tray "
+              "(tests/app/tst_x11_StatusNotifierLatePanel)");
+    // A session bus with no panel on it yet, on the same screen; this Quillmar is alone there.
+    PrivateSessionBus lateBus;
+    QVERIFY(lateBus.start(m_session->logFile(QStringLiteral("late-panel-bus"))));
+    const QByteArray sessionBus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", lateBus.address().toUtf8());
+    // A desktop's bus has the accessibility bus, this one not: GTK's bridge, which Qt's GTK
+    // theme loads on GNOME, would complain of its absence.
+    qputenv("NO_AT_BRIDGE", "1");
+    QuillmarProcess early(QStringLiteral(QUILLMAR_UNDER_TEST),
+                          m_session->folder() + QStringLiteral("/quillmar-before-panel"));
+    const bool started =
+        early.start({m_service->apiBase(), m_pages.baseUrl(),
+                     m_manifest.baseUrl() + QStringLiteral("/apps/quillmar/latest.json")});
+    qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus);
+    qunsetenv("NO_AT_BRIDGE");
+    QVERIFY(started);
+    QDBusConnection late =
+        QDBusConnection::connectToBus(lateBus.address(), QStringLiteral("late-panel-test"));
+    const auto disconnect =
+        qScopeGuard([] { QDBusConnection::disconnectFromBus(QStringLiteral("late-panel-test")); });
+    QVERIFY2(
+        waitUntil([&] {
+            return late.interface()->isServiceRegistered(SingleInstance::serviceName()).value();
+        }),
+        "Quillmar did not start without a panel");
+    TestStatusNotifierWatcher panel(lateBus.address());
+    QVERIFY(panel.start());
+    QVERIFY2(panel.waitForItem(20000), "Quillmar's icon did not go to the panel that came later");
+    early.stop();
+    QVERIFY2(early.output().isEmpty(), qPrintable(early.output()));
 }
 
 // 9. Quillmar printed nothing in all of the above, quitting included.

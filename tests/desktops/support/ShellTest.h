@@ -55,6 +55,9 @@ protected:
     // Whether the panel tells Quillmar when its menu closes (the "closed" event of the menu
     // protocol): else Quillmar cannot hold a refresh back for it.
     virtual bool announcesMenuClosing() const { return true; }
+    // Closes the open menu as a person does when done with it: Escape unless the shell says
+    // otherwise (own: Quillmar's own menu, else the panel's).
+    virtual void dismissMenu(bool own);
     // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
     virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
@@ -102,6 +105,8 @@ protected:
     ScreenReader& reader() { return m_reader; }
     // Waits until the bus has a StatusNotifierWatcher with a host registered (the tray is up).
     static bool waitForTray(std::chrono::milliseconds timeout);
+    // Quillmar's StatusNotifierItem on the bus: (service, object path).
+    std::optional<QPair<QString, QString>> registeredItem() const;
     // Waits until a program owns name on the session bus.
     static bool waitForName(const QString& name, std::chrono::milliseconds timeout);
     // Spins the event loop until condition holds; false when it did not in time.
@@ -122,6 +127,7 @@ private Q_SLOTS:
     void ownMenuBehavesAsAMenu();
     void itemAnswersEveryCallOfTheProtocol();
     void tallMenuKeepsEveryItemReachable();
+    void quietWhenStartedBeforeThePanel();
     void nothingOnStandardError();
 
 private:
@@ -162,8 +168,6 @@ private:
     // Puts text on the X clipboard from an outside program that stays its owner.
     bool copyFromOutside(const QString& text);
     QString clipboard() const;
-    // Quillmar's StatusNotifierItem on the bus: (service, object path).
-    std::optional<QPair<QString, QString>> registeredItem() const;
     bool settingsWindowShown() const;
     // What is wrong with the window of Quillmar's own menu (of that size) that the compositor
     // shows, closing the menu; none when it is small, floating and has the keyboard.

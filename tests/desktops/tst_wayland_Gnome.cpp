@@ -51,7 +51,7 @@ binding='<Control><Alt>r'
 
 } // namespace
 
-class tst_GnomeWayland : public ShellTest {
+class tst_wayland_Gnome : public ShellTest {
     Q_OBJECT
 
 protected:
@@ -77,19 +77,19 @@ protected:
         const QString folder = session.home() + QStringLiteral("/.config/glib-2.0/settings");
         QFile keyfile(folder + QStringLiteral("/keyfile"));
         if (!QDir().mkpath(folder) || !keyfile.open(QIODevice::WriteOnly) ||
-            keyfile.write(QString::fromLatin1(settings)
-                              .arg(QStringLiteral(QUILLMAR_PROGRAM))
-                              .toUtf8()) <= 0)
+            keyfile.write(
+                QString::fromLatin1(settings).arg(QStringLiteral(QUILLMAR_PROGRAM)).toUtf8()) <= 0)
             return false;
         keyfile.close();
         const QString display = QStringLiteral("wayland-quillmar");
-        if (!session.startProgram(
-                QStringLiteral("gnome-shell"),
-                {QStringLiteral("gnome-shell"), QStringLiteral("--headless"),
-                 QStringLiteral("--wayland"), QStringLiteral("--no-x11"),
-                 QStringLiteral("--wayland-display=") + display,
-                 QStringLiteral("--virtual-monitor"),
-                 QStringLiteral("%1x%2").arg(session.screen().width()).arg(session.screen().height())}) ||
+        if (!session.startProgram(QStringLiteral("gnome-shell"),
+                                  {QStringLiteral("gnome-shell"), QStringLiteral("--headless"),
+                                   QStringLiteral("--wayland"), QStringLiteral("--no-x11"),
+                                   QStringLiteral("--wayland-display=") + display,
+                                   QStringLiteral("--virtual-monitor"),
+                                   QStringLiteral("%1x%2")
+                                       .arg(session.screen().width())
+                                       .arg(session.screen().height())}) ||
             !waitForName(shellService, 120s) || !waitForTray(120s))
             return false;
         qputenv("WAYLAND_DISPLAY", display.toLocal8Bit());
@@ -131,7 +131,8 @@ protected:
 
     bool saveScreen(const QString& file) override {
         QDBusMessage shot = QDBusMessage::createMethodCall(
-            QStringLiteral("org.gnome.Shell.Screenshot"), QStringLiteral("/org/gnome/Shell/Screenshot"),
+            QStringLiteral("org.gnome.Shell.Screenshot"),
+            QStringLiteral("/org/gnome/Shell/Screenshot"),
             QStringLiteral("org.gnome.Shell.Screenshot"), QStringLiteral("Screenshot"));
         shot.setArguments({false, false, file});
         const QDBusMessage reply = m_bus->call(shot, QDBus::Block, 60000);
@@ -142,7 +143,8 @@ protected:
     // Quillmar's windows as the shell lists them (their sizes; not their places).
     QList<Window> ownWindows() const override {
         const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(
-            QStringLiteral("org.gnome.Shell.Introspect"), QStringLiteral("/org/gnome/Shell/Introspect"),
+            QStringLiteral("org.gnome.Shell.Introspect"),
+            QStringLiteral("/org/gnome/Shell/Introspect"),
             QStringLiteral("org.gnome.Shell.Introspect"), QStringLiteral("GetWindows")));
         QList<Window> windows;
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
@@ -231,5 +233,5 @@ private:
     std::optional<QPoint> m_ownMenusOffset;
 };
 
-QTEST_GUILESS_MAIN(tst_GnomeWayland)
-#include "tst_GnomeWayland.moc"
+QTEST_GUILESS_MAIN(tst_wayland_Gnome)
+#include "tst_wayland_Gnome.moc"
