@@ -222,8 +222,19 @@ bool ShellTest::runQuillmar(Account account, const QStringList& arguments) {
     if (m_account == account && m_arguments == arguments && m_quillmar->isRunning())
         return true;
     m_quillmar->stop();
-    // Its icon must be gone before the next one comes, or the two could be taken for each other.
-    if (!waitUntil([this] { return !registeredItem(); }))
+    // The icon of a Quillmar that ended (stopped here or quit by a test) must be gone before the
+    // next one comes, or the two could be taken for each other, and the new one's place could be
+    // read while the old one still stood beside it. A panel drops an item from its watcher once
+    // its icon is gone (GNOME's extension half a second after its owner left the bus).
+    if (!waitUntil([this] {
+            const QStringList items = registeredItems();
+            return std::all_of(items.cbegin(), items.cend(), [this](const QString& item) {
+                // "service", "service/path" or GNOME's "service@path".
+                const QString service =
+                    item.section(QRegularExpression(QStringLiteral("[/@]")), 0, 0);
+                return bus().interface()->isServiceRegistered(service).value();
+            });
+        }))
         return false;
     AppConfig config;
     if (account != Account::NotSetUp) {
@@ -272,9 +283,7 @@ bool ShellTest::waitForFullMenu() {
     });
 }
 
-std::optional<QPair<QString, QString>> ShellTest::registeredItem() const {
-    if (!m_quillmar || !m_quillmar->isRunning())
-        return std::nullopt;
+QStringList ShellTest::registeredItems() const {
     QDBusMessage get = QDBusMessage::createMethodCall(
         QStringLiteral("org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
@@ -282,10 +291,14 @@ std::optional<QPair<QString, QString>> ShellTest::registeredItem() const {
                       QStringLiteral("RegisteredStatusNotifierItems")});
     const QDBusMessage reply = bus().call(get, QDBus::Block, 2000);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return {};
+    return reply.arguments().constFirst().value<QDBusVariant>().variant().toStringList();
+}
+
+std::optional<QPair<QString, QString>> ShellTest::registeredItem() const {
+    if (!m_quillmar || !m_quillmar->isRunning())
         return std::nullopt;
-    const QStringList items =
-        reply.arguments().constFirst().value<QDBusVariant>().variant().toStringList();
-    for (const QString& item : items) {
+    for (const QString& item : registeredItems()) {
         // "service" or "service/path", as the item registered itself.
         const qsizetype slash = item.indexOf(u'/');
         const QString service = slash < 0 ? item : item.left(slash);

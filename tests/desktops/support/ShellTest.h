@@ -105,6 +105,8 @@ protected:
     ScreenReader& reader() { return m_reader; }
     // Waits until the bus has a StatusNotifierWatcher with a host registered (the tray is up).
     static bool waitForTray(std::chrono::milliseconds timeout);
+    // The items the panel's watcher lists: "service", "service/path" or "service@path".
+    QStringList registeredItems() const;
     // Quillmar's StatusNotifierItem on the bus: (service, object path).
     std::optional<QPair<QString, QString>> registeredItem() const;
     // Waits until a program owns name on the session bus.
