@@ -26,6 +26,17 @@ protected:
     Submenus submenus() const override { return Submenus::Inline; }
     // A single click waits for a second: a double click is the activation.
     void activate(QRect icon) override { input().doubleClick(icon.center()); }
+    // The top bar's application menu, left of the clock, is named after the program whose window
+    // had the focus last: "Quillmar" once its settings window was shown. The icon is the one in
+    // the status area, right of the clock.
+    std::optional<QRect> trayIcon() override {
+        for (const QRect& rect :
+             reader().find(QStringLiteral("gnome-shell"), QString(), QStringLiteral("Quillmar")))
+            if (rect.width() > 0 && rect.height() > 0 &&
+                rect.left() > session().screen().width() / 2)
+                return rect;
+        return std::nullopt;
+    }
 
     bool startShell(DesktopSession& session) override {
         m_log = session.logFile(QStringLiteral("gnome-shell"));
