@@ -197,10 +197,11 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
             delegate->prefetch();
     });
     connect(&m_refreshTimer, &QTimer::timeout, this, &MenuManager::refresh);
-    // On Wayland the clipboard reaches this program when its menu takes the focus, just after
-    // the menu opened.
+    // The clipboard follows while a menu is open, its own or the panel's: on Wayland it
+    // reaches this program when its menu takes the focus, just after the menu opened, and on
+    // X11 a change that came just before the menu opened is told a moment later.
     connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, [this] {
-        if (QMenu* menu = m_statusItem->menu(); menu && menu->isVisible())
+        if (QMenu* menu = m_statusItem->menu(); menu && m_statusItem->isMenuOpen())
             menuWillOpen(menu);
     });
 }

@@ -21,7 +21,6 @@ protected:
                               QStringLiteral("DESKTOP_SESSION=plasma"),
                               // No GPU on the virtual screen.
                               QStringLiteral("LIBGL_ALWAYS_SOFTWARE=1"),
-                              QStringLiteral("QT_XCB_GL_INTEGRATION=none"),
                               QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1")}};
     }
     QStringList panelApplications() const override { return {QStringLiteral("plasmashell")}; }
@@ -34,6 +33,11 @@ protected:
                waitForName(QStringLiteral("org.kde.KWin"), 60s) &&
                session.startProgram(QStringLiteral("kded5"), {QStringLiteral("kded5")}) &&
                waitForName(QStringLiteral("org.kde.StatusNotifierWatcher"), 60s) &&
+               // plasmashell loads no shell without it; a desktop's bus starts it on demand.
+               session.startProgram(
+                   QStringLiteral("kactivitymanagerd"),
+                   {QStringLiteral("/usr/lib/x86_64-linux-gnu/libexec/kactivitymanagerd")}) &&
+               waitForName(QStringLiteral("org.kde.ActivityManager"), 60s) &&
                session.startProgram(
                    QStringLiteral("plasmashell"),
                    {QStringLiteral("plasmashell"), QStringLiteral("--no-respawn")}) &&

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QSet>
 #include <QThread>
 
 #include <cerrno>
@@ -69,7 +70,17 @@ void drain(int fd, QByteArray& into) {
     }
 }
 
+// The programs started through start() that have not been reaped yet.
+QSet<pid_t>& running() {
+    static QSet<pid_t> pids;
+    return pids;
+}
+
 } // namespace
+
+bool ChildProcess::isStartedProgram(pid_t pid) {
+    return running().contains(pid);
+}
 
 ChildProcess::~ChildProcess() {
     stop();
@@ -91,6 +102,8 @@ bool ChildProcess::start(const QStringList& command, const QString& logFile, boo
         outFd = pipeFds[1];
     }
     m_pid = spawn(command, outFd, logFd, m_environment);
+    if (m_pid > 0)
+        running().insert(m_pid);
     close(logFd);
     if (captureOutput) {
         close(pipeFds[1]);
@@ -131,6 +144,7 @@ bool ChildProcess::reap(bool wait) {
     const pid_t done = waitpid(m_pid, &status, wait ? 0 : WNOHANG);
     if (done == m_pid || (done < 0 && errno == ECHILD)) {
         m_exitCode = done == m_pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        running().remove(m_pid);
         m_pid = -1;
         return true;
     }

@@ -40,6 +40,8 @@ public:
     // Asks the program to end, then kills it after a grace period; waits for it either way.
     void stop();
     pid_t pid() const { return m_pid; }
+    // Whether pid is a program that a ChildProcess started and still looks after.
+    static bool isStartedProgram(pid_t pid);
 
     // Runs command to its end and returns its exit code and standard output (withErrors: and
     // its standard error, as the program interleaves them); kills it when it takes longer than

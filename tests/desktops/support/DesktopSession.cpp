@@ -3,15 +3,54 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QList>
+#include <QSocketNotifier>
 #include <QThread>
 
 #include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 void setVariable(const QString& name, const QString& value) {
     qputenv(name.toLocal8Bit().constData(), value.toLocal8Bit());
+}
+
+// The session that runs now, stopped when this process is asked to end; and the pipe through
+// which a signal handler tells the event loop so.
+DesktopSession* runningSession = nullptr;
+int signalPipe[2] = {-1, -1};
+
+void onEndSignal(int signal) {
+    const char number = char(signal);
+    if (write(signalPipe[1], &number, 1) < 0)
+        return;
+}
+
+// The processes whose parent is this one that no ChildProcess started: programs that the
+// session's programs started and left (a daemon that detached, a service the bus started),
+// given to this process as it is their subreaper.
+QList<pid_t> adoptedProcesses() {
+    QList<pid_t> adopted;
+    const QString self = QString::number(getpid());
+    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        bool number = false;
+        const pid_t pid = pid_t(entry.toInt(&number));
+        if (!number || ChildProcess::isStartedProgram(pid))
+            continue;
+        QFile status(QStringLiteral("/proc/%1/status").arg(entry));
+        if (!status.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("PPid:") && line.mid(5).trimmed() == self.toLatin1())
+                adopted.append(pid);
+    }
+    return adopted;
 }
 
 } // namespace
@@ -34,6 +73,10 @@ QString DesktopSession::logFile(const QString& name) const {
 }
 
 bool DesktopSession::start() {
+    // What the session's programs start and leave behind comes to this process, to be stopped
+    // with the session, and is found by a harness that ends this process's whole tree.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    stopOnEndSignals();
     // Emptied, not removed: the folder may be one that a test run as another user was given.
     const QFileInfoList entries = m_folder.entryInfoList(QDir::AllEntries | QDir::Hidden |
                                                          QDir::System | QDir::NoDotAndDotDot);
@@ -106,17 +149,8 @@ bool DesktopSession::startAccessibilityBus() {
              QStringLiteral("--print-reply=literal"), QStringLiteral("--dest=org.a11y.Bus"),
              QStringLiteral("/org/a11y/bus"), QStringLiteral("org.a11y.Bus.GetAddress")});
         if (reply.exitCode == 0 && reply.output.contains("unix:")) {
-            // The launcher's bus daemon leaves the launcher's process group and outlives it:
-            // it is stopped by its process id, which it tells itself.
-            const auto pid = ChildProcess::run(
-                {QStringLiteral("dbus-send"),
-                 QStringLiteral("--address=") + QString::fromUtf8(reply.output.trimmed()),
-                 QStringLiteral("--print-reply=literal"),
-                 QStringLiteral("--dest=org.freedesktop.DBus"),
-                 QStringLiteral("/org/freedesktop/DBus"),
-                 QStringLiteral("org.freedesktop.DBus.GetConnectionUnixProcessID"),
-                 QStringLiteral("string:org.freedesktop.DBus")});
-            m_accessibilityBusPid = pid.output.trimmed().split(' ').last().toLongLong();
+            // Its bus daemon leaves the launcher's process group and outlives it: it is
+            // stopped with what the session's programs leave behind.
             return true;
         }
         QThread::msleep(100);
@@ -152,16 +186,61 @@ QStringList DesktopSession::endedPrograms() {
     return ended;
 }
 
+void DesktopSession::stopOnEndSignals() {
+    // Asked to end (a harness's time-out, Ctrl+C), this process stops the session first: what
+    // it adopted has no parent-death signal and would outlive it.
+    runningSession = this;
+    if (signalPipe[0] >= 0)
+        return;
+    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
+    static QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, [] {
+        char number = 0;
+        if (read(signalPipe[0], &number, 1) != 1)
+            return;
+        if (runningSession)
+            runningSession->stop();
+        std::_Exit(128 + number);
+    });
+    struct sigaction action = {};
+    action.sa_handler = onEndSignal;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
 void DesktopSession::stop() {
+    if (runningSession == this)
+        runningSession = nullptr;
     // Last started first: panels before the buses they talk on.
     while (!m_programs.empty()) {
         m_programs.back().process.stop();
         m_programs.pop_back();
     }
-    if (m_accessibilityBusPid > 0)
-        kill(pid_t(m_accessibilityBusPid), SIGTERM);
-    m_accessibilityBusPid = 0;
     m_systemBus.stop();
     m_sessionBus.stop();
     m_desktop.reset();
+    stopAdopted();
+}
+
+void DesktopSession::stopAdopted() {
+    // Stopping one may leave its own children to this process in turn.
+    for (int round = 0; round < 5; ++round) {
+        const QList<pid_t> adopted = adoptedProcesses();
+        if (adopted.isEmpty())
+            return;
+        for (const pid_t pid : adopted)
+            kill(pid, SIGTERM);
+        QElapsedTimer timer;
+        timer.start();
+        QList<pid_t> left = adopted;
+        while (!left.isEmpty() && timer.elapsed() < 3000) {
+            left.removeIf([](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) == pid; });
+            QThread::msleep(10);
+        }
+        for (const pid_t pid : std::as_const(left)) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+    }
 }

@@ -62,6 +62,9 @@ public:
 private:
     bool fail(const QString& error);
     bool startAccessibilityBus();
+    // Stops, by process id, what the session's programs started and left behind.
+    void stopAdopted();
+    void stopOnEndSignals();
 
     Options m_options;
     QDir m_folder;
@@ -75,6 +78,5 @@ private:
     };
     // In start order; a list, so that the pointers handed out stay valid.
     std::list<Program> m_programs;
-    qint64 m_accessibilityBusPid = 0;
     QString m_error;
 };

@@ -9,7 +9,7 @@
 namespace {
 
 // Writes each address it is given on a line of its own.
-const char browserScript[] = "#!/bin/sh\nprintf '%%s\\n' \"$@\" >> '%1'\n";
+const char browserScript[] = "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '%1'\n";
 
 } // namespace
 

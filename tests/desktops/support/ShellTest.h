@@ -52,6 +52,9 @@ protected:
     virtual void openPanelMenu(QRect icon);
     // The gesture with which the shell activates an item: a left click unless it says otherwise.
     virtual void activate(QRect icon);
+    // Whether the panel tells Quillmar when its menu closes (the "closed" event of the menu
+    // protocol): else Quillmar cannot hold a refresh back for it.
+    virtual bool announcesMenuClosing() const { return true; }
     // Closes the open menu as a person does when done with it: Escape unless the shell says
     // otherwise (own: Quillmar's own menu, else the panel's).
     virtual void dismissMenu(bool own);
@@ -133,6 +136,8 @@ private:
     // Runs Quillmar with the configuration of account and these arguments, starting it again
     // when it runs with others or has ended; returns once its menu is complete.
     bool runQuillmar(Account account, const QStringList& arguments = {});
+    // Waits until the running Quillmar exports its whole menu.
+    bool waitForFullMenu();
     bool setUpDesktopFiles();
     // Saves the whole screen; the file's path.
     QString screenshot(const QString& name);

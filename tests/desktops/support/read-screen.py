@@ -26,7 +26,7 @@ import os
 import sys
 
 import pyatspi
-from gi.repository import GLib
+from gi.repository import Atspi, GLib
 
 MENU_ROLES = {pyatspi.ROLE_MENU, pyatspi.ROLE_POPUP_MENU}
 ENTRY_ROLES = {
@@ -213,6 +213,7 @@ def answer(request):
             node.clear_cache()
         except Exception:
             pass
+    read_states_live()
     words = request.split("\t")
     if words[0] == "menus":
         return open_menus()
@@ -221,6 +222,18 @@ def answer(request):
     if words[0] == "tooltips":
         return tooltips()
     return {"error": "unknown request"}
+
+
+def read_states_live():
+    """Quillmar's entries' states are asked for at each reading: Qt tells no change of an
+    entry's enabled state (a menu that follows the clipboard as it opens), so a cached one can
+    be stale. Only there: asking every application anew is slow, and some never answer."""
+    everything_but_states = (Atspi.Cache.PARENT | Atspi.Cache.CHILDREN | Atspi.Cache.NAME |
+                             Atspi.Cache.DESCRIPTION | Atspi.Cache.ROLE |
+                             Atspi.Cache.INTERFACES | Atspi.Cache.ATTRIBUTES)
+    for app in children(pyatspi.Registry.getDesktop(0)):
+        if app.name == "Quillmar":
+            app.set_cache_mask(everything_but_states)
 
 
 def main():
