@@ -11,7 +11,6 @@
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
-#include <QClipboard>
 #include <QCoroNetworkReply>
 #include <QDesktopServices>
 #include <QKeySequence>
@@ -197,10 +196,11 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
             delegate->prefetch();
     });
     connect(&m_refreshTimer, &QTimer::timeout, this, &MenuManager::refresh);
-    // The clipboard follows while a menu is open, its own or the panel's: on Wayland it
-    // reaches this program when its menu takes the focus, just after the menu opened, and on
-    // X11 a change that came just before the menu opened is told a moment later.
-    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, [this] {
+    // The clipboard follows while a menu is open, its own or the panel's: on Wayland a change
+    // reaches this program at once where the compositor tells clipboard managers (sway), else
+    // when its menu takes the focus, just after the menu opened; on X11 a change that came just
+    // before the menu opened is told a moment later.
+    SystemClipboard::whenChanged(this, [this] {
         if (QMenu* menu = m_statusItem->menu(); menu && m_statusItem->isMenuOpen())
             menuWillOpen(menu);
     });

@@ -23,4 +23,9 @@ public:
     virtual std::optional<QString> text() = 0;
     // Reads the clipboard even when that takes a moment; done gets none when it cannot be read.
     virtual void readText(Done done) { done(text()); }
+
+Q_SIGNALS:
+    // The clipboard changed, as far as this program can see it: another program copied, or a
+    // window of this program got the focus and with it the clipboard.
+    void changed();
 };

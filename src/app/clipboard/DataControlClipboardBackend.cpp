@@ -63,6 +63,8 @@ struct DataControlListeners {
             zwlr_data_control_offer_v1_destroy(self->m_selection);
         }
         self->m_selection = offer;
+        // Told from the event loop: this event may come in the middle of a read.
+        QMetaObject::invokeMethod(self, &ClipboardBackend::changed, Qt::QueuedConnection);
     }
 
     static void finished(void* data, zwlr_data_control_device_v1*) {

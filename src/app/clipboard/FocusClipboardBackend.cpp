@@ -3,6 +3,7 @@
 #include "app/clipboard/QtClipboardBackend.h"
 #include "app/wayland/XdgActivation.h"
 
+#include <QClipboard>
 #include <QGuiApplication>
 #include <QWidget>
 #include <QWindow>
@@ -19,6 +20,8 @@ FocusClipboardBackend::FocusClipboardBackend() {
     m_giveUp.setInterval(focusTimeoutMs);
     connect(&m_giveUp, &QTimer::timeout, this, [this] { finish(false); });
     connect(qApp, &QGuiApplication::focusWindowChanged, this, &FocusClipboardBackend::focusChanged);
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this,
+            &ClipboardBackend::changed);
 }
 
 FocusClipboardBackend::~FocusClipboardBackend() = default;

@@ -3,6 +3,11 @@
 #include <QClipboard>
 #include <QGuiApplication>
 
+QtClipboardBackend::QtClipboardBackend() {
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this,
+            &ClipboardBackend::changed);
+}
+
 void QtClipboardBackend::setText(const QString& text) {
     QGuiApplication::clipboard()->setText(text);
 }

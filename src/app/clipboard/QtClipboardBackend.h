@@ -7,7 +7,7 @@
 class QtClipboardBackend : public ClipboardBackend {
     Q_OBJECT
 public:
-    using ClipboardBackend::ClipboardBackend;
+    QtClipboardBackend();
 
     void setText(const QString& text) override;
     std::optional<QString> text() override;

@@ -43,3 +43,7 @@ std::optional<QString> SystemClipboard::text() {
 void SystemClipboard::readText(ClipboardBackend::Done done) {
     backend().readText(std::move(done));
 }
+
+void SystemClipboard::whenChanged(QObject* context, std::function<void()> changed) {
+    QObject::connect(&backend(), &ClipboardBackend::changed, context, std::move(changed));
+}

@@ -12,6 +12,8 @@ public:
     // shows the clipboard only to the program with the focus).
     static std::optional<QString> text();
     static void readText(ClipboardBackend::Done done);
+    // Calls changed, in context, whenever the clipboard changes as this program sees it.
+    static void whenChanged(QObject* context, std::function<void()> changed);
 
 private:
     static ClipboardBackend& backend();
