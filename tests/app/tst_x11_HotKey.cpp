@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QMenu>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <xcb/xcb.h>
@@ -183,6 +184,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void keyPressOpensTrayMenu();
+    void keyAtItsPlaceUnderLayoutWithoutLatinLetters();
     void updateMovesTheKey();
     void worksWithNumLockAndCapsLock();
     void keyHeldByAnotherClientLeavesNoHotKey();
@@ -249,6 +251,25 @@ void tst_x11_HotKey::keyPressOpensTrayMenu() {
     QTRY_VERIFY(menu->isVisible());
     menu->hide();
     QTRY_VERIFY(!menu->isVisible());
+}
+
+void tst_x11_HotKey::keyAtItsPlaceUnderLayoutWithoutLatinLetters() {
+    // Under a Russian layout the R key types "к"; no key types "r". The hot key is the key at
+    // R's place, pressed here by its keycode as a keyboard sends it.
+    QCOMPARE(QProcess::execute(QStringLiteral("setxkbmap"), {QStringLiteral("ru")}), 0);
+    const auto restoreLayout =
+        qScopeGuard([] { QProcess::execute(QStringLiteral("setxkbmap"), {QStringLiteral("us")}); });
+    StatusItem item;
+    auto* menu = new QMenu();
+    menu->addAction(QStringLiteral("Quit Quillmar"));
+    item.setMenu(menu);
+    HotKeyManager manager;
+    manager.update(ShortcutConfig::defaultShortcut(), [&item] { item.performClick(); });
+
+    constexpr int keycodeOfR = 27;
+    QVERIFY(pressKeys(QStringLiteral("ctrl+alt+%1").arg(keycodeOfR)));
+    QTRY_VERIFY(menu->isVisible());
+    menu->hide();
 }
 
 void tst_x11_HotKey::updateMovesTheKey() {
