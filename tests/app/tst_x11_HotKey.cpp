@@ -199,6 +199,8 @@ private:
     // Presses the keys and waits until the presses have surely been delivered: the other
     // client, which grabs a sentinel key, sees the sentinel that follows them.
     void pressAndSettle(const QString& keys);
+    // Registers the default shortcut, presses keys and sees the tray menu open.
+    void defaultKeyOpensTrayMenu(const QString& keys);
 };
 
 void tst_x11_HotKey::init() {
@@ -238,7 +240,7 @@ void tst_x11_HotKey::pressAndSettle(const QString& keys) {
     QTest::qWait(200);
 }
 
-void tst_x11_HotKey::keyPressOpensTrayMenu() {
+void tst_x11_HotKey::defaultKeyOpensTrayMenu(const QString& keys) {
     StatusItem item;
     auto* menu = new QMenu();
     menu->addAction(QStringLiteral("Quit Quillmar"));
@@ -247,10 +249,14 @@ void tst_x11_HotKey::keyPressOpensTrayMenu() {
     manager.update(ShortcutConfig::defaultShortcut(), [&item] { item.performClick(); });
 
     QVERIFY(!menu->isVisible());
-    QVERIFY(pressKeys(QStringLiteral("ctrl+alt+r")));
+    QVERIFY(pressKeys(keys));
     QTRY_VERIFY(menu->isVisible());
     menu->hide();
     QTRY_VERIFY(!menu->isVisible());
+}
+
+void tst_x11_HotKey::keyPressOpensTrayMenu() {
+    defaultKeyOpensTrayMenu(QStringLiteral("ctrl+alt+r"));
 }
 
 void tst_x11_HotKey::keyAtItsPlaceUnderLayoutWithoutLatinLetters() {
@@ -259,17 +265,8 @@ void tst_x11_HotKey::keyAtItsPlaceUnderLayoutWithoutLatinLetters() {
     QCOMPARE(QProcess::execute(QStringLiteral("setxkbmap"), {QStringLiteral("ru")}), 0);
     const auto restoreLayout =
         qScopeGuard([] { QProcess::execute(QStringLiteral("setxkbmap"), {QStringLiteral("us")}); });
-    StatusItem item;
-    auto* menu = new QMenu();
-    menu->addAction(QStringLiteral("Quit Quillmar"));
-    item.setMenu(menu);
-    HotKeyManager manager;
-    manager.update(ShortcutConfig::defaultShortcut(), [&item] { item.performClick(); });
-
     constexpr int keycodeOfR = 27;
-    QVERIFY(pressKeys(QStringLiteral("ctrl+alt+%1").arg(keycodeOfR)));
-    QTRY_VERIFY(menu->isVisible());
-    menu->hide();
+    defaultKeyOpensTrayMenu(QStringLiteral("ctrl+alt+%1").arg(keycodeOfR));
 }
 
 void tst_x11_HotKey::updateMovesTheKey() {
