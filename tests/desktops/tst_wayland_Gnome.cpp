@@ -2,6 +2,7 @@
 // its top bar and menus drawn by the extension, on a headless virtual monitor, driven by mutter's
 // remote-desktop input. Quillmar is a Wayland client of GNOME Shell.
 
+#include "ChildProcess.h"
 #include "MutterInput.h"
 #include "ShellTest.h"
 
@@ -140,6 +141,30 @@ protected:
                reply.arguments().constFirst().toBool();
     }
 
+    // mutter shows the clipboard only to the program with the keyboard focus and offers no
+    // protocol for clipboard tools (wl-copy, wl-paste): a small program of the test's own takes
+    // the focus with a window to copy or read.
+    bool copyFromOutside(const QString& text) override {
+        m_clipboardOwner.stop();
+        if (!m_clipboardOwner.start(
+                {QStringLiteral(QUILLMAR_TEST_CLIPBOARD), QStringLiteral("copy"), text},
+                session().logFile(QStringLiteral("clipboard")), true))
+            return false;
+        const auto copied = m_clipboardOwner.readLine(15s);
+        return copied && *copied == "copied" &&
+               waitUntil([this, text] { return clipboard() == text; });
+    }
+    QString clipboard() const override {
+        return QString::fromUtf8(
+            ChildProcess::run({QStringLiteral(QUILLMAR_TEST_CLIPBOARD), QStringLiteral("paste")},
+                              15s)
+                .output);
+    }
+    // Quillmar cannot read the clipboard while the shell's menu holds the input.
+    bool panelMenuSeesClipboard() const override { return false; }
+    // The extension's menu neither scrolls nor moves to an entry off the screen.
+    bool panelMenuReachesEveryEntry() const override { return false; }
+
     // Quillmar's windows as the shell lists them (their sizes; not their places).
     QList<Window> ownWindows() const override {
         const QDBusMessage reply = m_bus->call(QDBusMessage::createMethodCall(
@@ -226,6 +251,8 @@ private:
 
     std::unique_ptr<QDBusConnection> m_bus;
     std::unique_ptr<MutterInput> m_input;
+    // The program that owns what the test copied.
+    ChildProcess m_clipboardOwner;
     QString m_log;
     // The desktop with no window on it.
     QImage m_desktop;

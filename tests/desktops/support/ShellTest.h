@@ -95,6 +95,19 @@ protected:
     virtual QRect panelArea() const { return {}; }
     // The log of the program that draws the tray.
     virtual QString shellLog() const = 0;
+    // Puts text on the clipboard from an outside program that stays its owner (wl-copy on
+    // Wayland, xclip on X11) unless the shell says otherwise.
+    virtual bool copyFromOutside(const QString& text);
+    // The clipboard's text as an outside program reads it.
+    virtual QString clipboard() const;
+    // Whether Quillmar can read the clipboard while the panel's menu is open: not where only
+    // the program with the keyboard focus may (Wayland without a clipboard protocol), there
+    // "📋 Add Clipboard URL" stays enabled and reads the clipboard when chosen.
+    virtual bool panelMenuSeesClipboard() const { return true; }
+    // Whether the panel's menu lets every entry of a menu taller than the screen be reached
+    // (scrolling, keys); where it does not, the user takes Quillmar's own menu (the
+    // activation gesture), which does.
+    virtual bool panelMenuReachesEveryEntry() const { return true; }
 
     // Where the screen differs from how it was before Quillmar first ran by an icon-sized
     // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
@@ -167,9 +180,6 @@ private:
     std::optional<QList<ScreenReader::Menu>> hoverOwn(const QString& label,
                                                       const QString& expected);
     void closeMenus(bool own = false);
-    // Puts text on the X clipboard from an outside program that stays its owner.
-    bool copyFromOutside(const QString& text);
-    QString clipboard() const;
     bool settingsWindowShown() const;
     // What is wrong with the window of Quillmar's own menu (of that size) that the compositor
     // shows, closing the menu; none when it is small, floating and has the keyboard.
