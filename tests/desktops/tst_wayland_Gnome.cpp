@@ -103,14 +103,17 @@ protected:
         if (!m_bus->registerService(QStringLiteral("org.gnome.Screenshot")) ||
             !m_bus->registerService(QStringLiteral("org.freedesktop.impl.portal.desktop.gnome")))
             return false;
-        // The shell starts in the overview.
+        // The shell starts in the overview, which its start-up animation shows once the
+        // desktop is drawn: left before that, it would come back.
+        if (!waitUntil([this] { return overviewShown() == true; }, 60s))
+            return false;
         QDBusMessage hide = QDBusMessage::createMethodCall(
             shellService, QStringLiteral("/org/gnome/Shell"),
             QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
         hide.setArguments({shellService, QStringLiteral("OverviewActive"),
                            QVariant::fromValue(QDBusVariant(false))});
         if (m_bus->call(hide).type() != QDBusMessage::ReplyMessage ||
-            !waitUntil([this] { return !overviewShown(); }, 30s))
+            !waitUntil([this] { return overviewShown() == false; }, 30s))
             return false;
         m_input = std::make_unique<MutterInput>(session.busAddress());
         // GNOME's daemon of key bindings, which runs the custom shortcut.
@@ -216,14 +219,16 @@ protected:
     }
 
 private:
-    bool overviewShown() const {
+    // Whether the overview shows; none when the shell does not say.
+    std::optional<bool> overviewShown() const {
         QDBusMessage get = QDBusMessage::createMethodCall(
             shellService, QStringLiteral("/org/gnome/Shell"),
             QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
         get.setArguments({shellService, QStringLiteral("OverviewActive")});
         const QDBusMessage reply = m_bus->call(get);
-        return reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty() ||
-               reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+            return std::nullopt;
+        return reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
     }
 
     // Where the screen differs from the empty desktop, below the top bar.
