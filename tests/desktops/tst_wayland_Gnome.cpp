@@ -153,7 +153,12 @@ protected:
                 {QStringLiteral(QUILLMAR_TEST_CLIPBOARD), QStringLiteral("copy"), text},
                 session().logFile(QStringLiteral("clipboard")), true))
             return false;
-        const auto copied = m_clipboardOwner.readLine(15s);
+        // Its window covers the screen and copies once the pointer has moved over it.
+        std::optional<QByteArray> copied;
+        for (int attempt = 0; attempt < 20 && !copied && m_clipboardOwner.isRunning(); ++attempt) {
+            input().moveTo(QPoint(session().screen().width() / 2, session().screen().height() / 2));
+            copied = m_clipboardOwner.readLine(500ms);
+        }
         return copied && *copied == "copied" &&
                waitUntil([this, text] { return clipboard() == text; });
     }

@@ -8,7 +8,13 @@
 //                                         stopped
 //     quillmar-test-clipboard paste       prints the clipboard's text and ends
 //
-// It ends with code 2 when the compositor does not give its window the focus in time.
+// To copy, the window covers the screen and waits for the pointer to move over it: mutter keeps
+// the clipboard of a program that copied with a later input serial than the one given (its
+// meta_wayland_data_device_set_selection), and Qt 6.4 copies with the serial of the last
+// pointer entry, button or key of its own, never of the keyboard's focus.
+//
+// It ends with code 2 when the compositor does not give its window the focus (and, to copy, the
+// pointer) in time.
 
 #include <QClipboard>
 #include <QGuiApplication>
@@ -17,10 +23,11 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <functional>
 
 namespace {
 
-// A window of one transparent pixel: it takes the focus and shows nothing.
+// A transparent window: it takes the focus and shows nothing.
 class FocusWindow : public QRasterWindow {
 public:
     FocusWindow() {
@@ -30,8 +37,20 @@ public:
         setFormat(format);
         resize(1, 1);
     }
+    bool pointerEntered = false;
+    // Called once the pointer has entered.
+    std::function<void()> entered;
 
 protected:
+    bool event(QEvent* event) override {
+        const bool handled = QRasterWindow::event(event);
+        if (event->type() == QEvent::Enter && !pointerEntered) {
+            pointerEntered = true;
+            entered();
+        }
+        return handled;
+    }
+
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
         painter.setCompositionMode(QPainter::CompositionMode_Source);
@@ -56,8 +75,9 @@ int main(int argc, char** argv) {
         std::fputs("the window did not get the focus\n", stderr);
         QCoreApplication::exit(2);
     });
-    QObject::connect(&app, &QGuiApplication::focusWindowChanged, &app, [&](QWindow* focus) {
-        if (focus != &window || !giveUp.isActive())
+    const auto ready = [&] {
+        if (!giveUp.isActive() || QGuiApplication::focusWindow() != &window ||
+            (copy && !window.pointerEntered))
             return;
         giveUp.stop();
         if (copy) {
@@ -71,8 +91,13 @@ int main(int argc, char** argv) {
         std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
         std::fflush(stdout);
         QCoreApplication::exit(0);
-    });
-    window.show();
+    };
+    QObject::connect(&app, &QGuiApplication::focusWindowChanged, &app, ready);
+    window.entered = ready;
+    if (copy)
+        window.showFullScreen();
+    else
+        window.show();
     giveUp.start(10000);
     return app.exec();
 }
