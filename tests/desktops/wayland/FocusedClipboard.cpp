@@ -3,7 +3,7 @@
 // program does it, this one shows a window, which gets the focus as a new window does, and then
 // reads or sets the clipboard.
 //
-//     quillmar-test-clipboard copy TEXT   puts TEXT on the clipboard, prints "copied", hides its
+//     quillmar-test-clipboard copy TEXT   puts TEXT on the clipboard, prints "copied", closes its
 //                                         window and stays the clipboard's owner until it is
 //                                         stopped
 //     quillmar-test-clipboard paste       prints the clipboard's text and ends
@@ -82,7 +82,9 @@ int main(int argc, char** argv) {
         giveUp.stop();
         if (copy) {
             QGuiApplication::clipboard()->setText(arguments.at(2));
-            window.hide();
+            // Gone from the screen for good: a window left there, transparent as it is, would
+            // take every click.
+            window.destroy();
             std::puts("copied");
             std::fflush(stdout);
             return;
