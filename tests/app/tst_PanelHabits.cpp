@@ -159,18 +159,24 @@ void tst_PanelHabits::lazySubmenuShowsBookmarksOnFirstOpen() {
     QVERIFY(panel->open(0));
     const int collections = panel->find(u"📁 Collections"_s);
     QVERIFY(collections > 0);
+    const int requestsBefore = m_service->collectionRequests(readingId);
     QVERIFY(panel->open(collections));
     const int reading = panel->find(readingLabel);
     QVERIFY(reading > 0);
-    const int requestsBefore = m_service->collectionRequests(readingId);
+    if (habits == Habits::LibdbusmenuGlib) {
+        // This panel shows a submenu at once with what it holds, and GTK on Wayland never
+        // grows it: it is filled while the pointer travels to it.
+        QTRY_COMPARE((panel->follow(), panel->shownLabels(reading)),
+                     QStringList({u"Notes page"_s}));
+    }
 
     QVERIFY2(panel->open(reading), qPrintable(panel->errors().join(u", "_s)));
     QTRY_COMPARE((panel->follow(), panel->shownLabels(reading)), QStringList({u"Notes page"_s}));
     // Shown open all along: neither rebuilt nor closed under the user, and loaded once.
     QCOMPARE(panel->collapses(), 0);
     QCOMPARE(m_service->collectionRequests(readingId), requestsBefore + 1);
-    if (habits == Habits::LibdbusmenuQt) {
-        // This panel waits for the answer: it shows the bookmarks from the start.
+    if (habits == Habits::LibdbusmenuQt || habits == Habits::LibdbusmenuGlib) {
+        // It shows the bookmarks from the start.
         QCOMPARE(panel->shownWhenOpened(reading), QStringList({u"Notes page"_s}));
     }
 
