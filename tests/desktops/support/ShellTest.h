@@ -58,6 +58,10 @@ protected:
     // Closes the open menu as a person does when done with it: Escape unless the shell says
     // otherwise (own: Quillmar's own menu, else the panel's).
     virtual void dismissMenu(bool own);
+    // Whether the panel's menu lets the user reach the end of a menu taller than the screen
+    // (scroll arrows, the End key, the wheel). Where it does not, the user takes Quillmar's own
+    // menu (the shell's activation gesture), which scrolls.
+    virtual bool scrollsTallMenus() const { return true; }
     // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
     virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
