@@ -99,6 +99,7 @@ private Q_SLOTS:
     void aboutToShowOfSlowMenuAnsweredAtDeadline();
     void aboutToShowGroupWaitsForEveryMenu();
     void openedThenAboutToShowIsOneOpening();
+    void groupedOpeningFillsSubmenusAhead();
     void unreadMenuNeedsUpdateAndAnnouncementFollows();
     void kindsAreToldOnceToPanelsReadingKindsAlone();
     void panelOpenStateFollowsItsEvents();
@@ -645,6 +646,36 @@ void tst_DBusMenuExporter::openedThenAboutToShowIsOneOpening() {
     QVERIFY(published.host().aboutToShow(subId));
     QVERIFY(published.host().aboutToShow(subId));
     QCOMPARE(shown.size(), 4);
+}
+
+void tst_DBusMenuExporter::groupedOpeningFillsSubmenusAhead() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    QMenu* inner = sub->addMenu(u"Inner"_s);
+    QMenu* hidden = menu.addMenu(u"Hidden"_s);
+    hidden->menuAction()->setVisible(false);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    QSignalSpy subShown(sub, &QMenu::aboutToShow);
+    QSignalSpy innerShown(inner, &QMenu::aboutToShow);
+    QSignalSpy hiddenShown(hidden, &QMenu::aboutToShow);
+    // libdbusmenu-gtk opens the menu itself: the submenus it shows fill now, theirs not yet.
+    QVERIFY(published.host().aboutToShowGroup({0}));
+    QCOMPARE(subShown.size(), 1);
+    QCOMPARE(innerShown.size(), 0);
+    QCOMPARE(hiddenShown.size(), 0);
+    // Opened while it is still being filled: not asked again. A submenu's own submenus fill as
+    // each opens (a list of collections holds hundreds).
+    sub->setProperty("loading", true);
+    const auto errors = published.host().eventGroup({{subId, u"opened"_s}});
+    QVERIFY(errors && errors->isEmpty());
+    QCOMPARE(subShown.size(), 1);
+    QCOMPARE(innerShown.size(), 0);
+    sub->setProperty("loading", false);
+    QVERIFY(published.host().eventGroup({{subId, u"closed"_s}}));
+    // A panel that opens menus with single calls shows them once answered: nothing ahead.
+    QVERIFY(published.host().aboutToShow(0));
+    QCOMPARE(subShown.size(), 1);
 }
 
 void tst_DBusMenuExporter::unreadMenuNeedsUpdateAndAnnouncementFollows() {

@@ -402,9 +402,12 @@ void DBusMenuExporter::Event(int id, const QString& eventId, const QDBusVariant&
 
 QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList& events) {
     QList<int> idErrors;
-    for (const DBusMenuEvent& event : events)
+    for (const DBusMenuEvent& event : events) {
         if (!handle(event.id, event.eventId))
             idErrors.append(event.id);
+        else if (event.eventId == u"opened"_s)
+            fillSubmenusAhead(event.id);
+    }
     return idErrors;
 }
 
@@ -447,7 +450,30 @@ void DBusMenuExporter::opening(int id, Opening by) {
         return;
     }
     m_unpaired.insert(id, by);
-    Q_EMIT menu->aboutToShow();
+    // A menu being filled is not asked again: the fill under way brings its entries.
+    if (!isLoading(id))
+        Q_EMIT menu->aboutToShow();
+}
+
+void DBusMenuExporter::fillSubmenusAhead(int id) {
+    // libdbusmenu-gtk (xfce4-panel, waybar) shows a submenu the moment it is hovered or clicked,
+    // with what it holds then, and asks for it only afterwards; GTK on Wayland never grows a
+    // popup it already shows. So the submenus of a menu such a panel opened are asked to fill
+    // now, before the pointer can reach them: each fills once, as when opened. Only those of the
+    // item's own menu, a handful: the lists of collections and tags hold hundreds, and filling
+    // them all whenever a list opens would send as many requests at once.
+    if (id != 0)
+        return;
+    const QMenu* menu = menuOf(id);
+    if (!menu)
+        return;
+    const QList<QAction*> actions = menu->actions();
+    for (QAction* action : actions) {
+        QMenu* submenu = action->menu();
+        if (submenu && action->isVisible() &&
+            !submenu->property(loadingProperty.constData()).toBool())
+            Q_EMIT submenu->aboutToShow();
+    }
 }
 
 void DBusMenuExporter::closing(int id) {
@@ -494,6 +520,7 @@ QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int>& ids, QList<int>&
             continue;
         }
         opening(id, Opening::ByCall);
+        fillSubmenusAhead(id);
         pending.ids.append(id);
         loading = loading || isLoading(id);
     }
