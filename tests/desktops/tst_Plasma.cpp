@@ -52,7 +52,6 @@ protected:
     // The menu importer's menus are Qt 5 popups, which Qt 5 leaves out of its accessible
     // objects: they are read from the screen.
     bool readsMenusByOcr() const override { return true; }
-    QRect panelArea() const override { return QRect(0, 768 - panelHeight, 1366, panelHeight); }
 
 private:
     static constexpr int panelHeight = 44;

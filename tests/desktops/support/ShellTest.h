@@ -9,6 +9,7 @@
 #include "TestHttpServer.h"
 #include "X11Input.h"
 
+#include <QHash>
 #include <QImage>
 #include <QObject>
 #include <QPair>
@@ -89,10 +90,9 @@ protected:
     // A label as it is read on the screen: as the shell's accessible objects give it, or its
     // letters and digits where menus are read by OCR.
     virtual QString readAs(const QString& label) const;
-    // Whether the shell's menus are read from screenshots (it does not expose them).
+    // Whether the shell's menus are read from the screen, each menu's window by OCR (the shell
+    // does not expose them).
     virtual bool readsMenusByOcr() const { return false; }
-    // The panel's area, left out when menus are read from screenshots.
-    virtual QRect panelArea() const { return {}; }
     // The log of the program that draws the tray.
     virtual QString shellLog() const = 0;
 
@@ -195,8 +195,8 @@ private:
     QString m_clipboardFile;
     int m_shots = 0;
     QImage m_beforeQuillmar;
-    // The screen with Quillmar's icon and no menu, for reading menus from screenshots.
-    QImage m_withoutMenus;
+    // The lines of text read on each picture of a menu, by the picture's digest.
+    QHash<QByteArray, QList<ScreenReader::TextLine>> m_menuTexts;
     // Where the panel shows the running Quillmar's icon.
     std::optional<QRect> m_icon;
 };
