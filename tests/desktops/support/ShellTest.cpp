@@ -316,7 +316,7 @@ std::optional<QRect> ShellTest::trayIcon() {
     return std::nullopt;
 }
 
-std::optional<QRect> ShellTest::iconByDifference(int panelHeight) {
+std::optional<QRect> ShellTest::iconByDifference(int panelHeight, int leftOf) {
     const QImage now(screenshot(QStringLiteral("finding-icon")));
     if (now.size() != m_beforeQuillmar.size())
         return std::nullopt;
@@ -328,7 +328,7 @@ std::optional<QRect> ShellTest::iconByDifference(int panelHeight) {
         QList<int> changed(now.width(), 0);
         QList<int> firstRow(now.width(), strip), lastRow(now.width(), -1);
         for (int y = 0; y < strip; ++y)
-            for (int x = 0; x < now.width(); ++x)
+            for (int x = 0; x < std::min(now.width(), leftOf); ++x)
                 if (now.pixel(x, top + y) != m_beforeQuillmar.pixel(x, top + y)) {
                     ++changed[x];
                     firstRow[x] = std::min(firstRow[x], y);

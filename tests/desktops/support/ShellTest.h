@@ -19,6 +19,7 @@
 
 #include <chrono>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -99,7 +100,9 @@ protected:
     // Where the screen differs from how it was before Quillmar first ran by an icon-sized
     // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
     // shells that do not expose their tray's buttons.
-    std::optional<QRect> iconByDifference(int panelHeight);
+    // Only left of x = leftOf: a clock right of the tray changes every minute.
+    std::optional<QRect> iconByDifference(int panelHeight,
+                                          int leftOf = std::numeric_limits<int>::max());
 
     DesktopSession& session() { return *m_session; }
     ScreenReader& reader() { return m_reader; }
