@@ -26,6 +26,8 @@
 #include <QRegularExpression>
 #include <QtTest>
 
+#include <array>
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -392,6 +394,23 @@ QString ShellTest::ocrLabel(const QString& label) {
     return letters;
 }
 
+QImage ShellTest::forOcr(const QImage& menu) {
+    // OCR skips a highlighted entry, on a ground of its own (light blue in Plasma, white text on
+    // blue in LXQt): each row becomes dark where it differs from its own ground (its commonest
+    // shade), so that every entry is dark text on white.
+    QImage grey = menu.convertToFormat(QImage::Format_Grayscale8);
+    for (int y = 0; y < grey.height(); ++y) {
+        uchar* row = grey.scanLine(y);
+        std::array<int, 256> shades{};
+        for (int x = 0; x < grey.width(); ++x)
+            ++shades[row[x]];
+        const int ground = int(std::max_element(shades.cbegin(), shades.cend()) - shades.cbegin());
+        for (int x = 0; x < grey.width(); ++x)
+            row[x] = uchar(255 - std::min(255, std::abs(row[x] - ground) * 3 / 2));
+    }
+    return grey;
+}
+
 QList<ScreenReader::Menu> ShellTest::menusByOcr() {
     // Each menu is a window of its own: its picture alone is read, never its shadow nor a menu
     // beside it, and a picture read once is not read again.
@@ -410,7 +429,7 @@ QList<ScreenReader::Menu> ShellTest::menusByOcr() {
             const QString file =
                 m_session->folder() + QStringLiteral("/menus/%1.png").arg(QString::fromLatin1(key));
             if (!QDir().mkpath(m_session->folder() + QStringLiteral("/menus")) ||
-                !picture.save(file))
+                !forOcr(picture).save(file))
                 continue;
             m_menuTexts.insert(key, ScreenReader::readText(file, picture.rect(), false));
         }
@@ -698,8 +717,11 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     const QString link = m_pages.baseUrl() + QStringLiteral("/tom");
     auto menus = openSubmenu(QStringLiteral("Tom & Jerry_2"), QStringLiteral("⎘ Copy URL"));
     QVERIFY2(menus, "a favourite's actions did not show");
-    if (submenus() == Submenus::Cascading)
-        QCOMPARE(menuWith(*menus, QStringLiteral("⎘ Copy URL"))->labels(), readAs(bookmarkActions));
+    if (submenus() == Submenus::Cascading) {
+        const ScreenReader::Menu* actions = menuWith(*menus, readAs(QStringLiteral("⎘ Copy URL")));
+        QVERIFY(actions);
+        QCOMPARE(actions->labels(), readAs(bookmarkActions));
+    }
     screenshot(QStringLiteral("bookmark-actions"));
     QVERIFY(copyFromOutside(QStringLiteral("nothing yet")));
     QVERIFY(choose(QStringLiteral("⎘ Copy URL")));

@@ -149,6 +149,8 @@ private:
     // The open menus of the panel (own: of Quillmar itself).
     QList<ScreenReader::Menu> openMenus(bool own = false);
     QList<ScreenReader::Menu> menusByOcr();
+    // A menu's picture as OCR reads it best.
+    static QImage forOcr(const QImage& menu);
     static QString ocrLabel(const QString& label);
     // The open menus once check holds for them; none when it does not in time.
     std::optional<QList<ScreenReader::Menu>>
