@@ -826,7 +826,7 @@ void ShellTest::lazySubmenusFillOnFirstOpen() {
                                     .arg(name)
                                     .arg(shown->rect.x())
                                     .arg(shown->rect.y()));
-            if (!entryOf(*menus, QStringLiteral("Quit Quillmar")))
+            if (!entryOf(*menus, readAs(QStringLiteral("Quit Quillmar"))))
                 failures.append(name + QStringLiteral(": the menu closed"));
             const int sent = c.requests() - before;
             if (sent != (opening == 1 ? 1 : 0))
@@ -1366,13 +1366,13 @@ void ShellTest::tallMenuKeepsEveryItemReachable() {
     const auto menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
     QVERIFY(menu);
     QVERIFY2(menu->rect.height() >= m_session->screen().height() - 64 ||
-                 !menu->find(QStringLiteral("Quit Quillmar")),
+                 !menu->find(readAs(QStringLiteral("Quit Quillmar"))),
              "the menu is not taller than the screen");
     screenshot(QStringLiteral("tall-menu"));
     const QRect screen(QPoint(0, 0), m_session->screen());
     const auto quitShown = [&] {
         const auto menus = openMenus();
-        const ScreenReader::Entry* quit = entryOf(menus, QStringLiteral("Quit Quillmar"));
+        const ScreenReader::Entry* quit = entryOf(menus, readAs(QStringLiteral("Quit Quillmar")));
         return quit && screen.contains(quit->rect) ? std::optional<QRect>(quit->rect)
                                                    : std::nullopt;
     };
