@@ -406,8 +406,12 @@ QImage ShellTest::forOcr(const QImage& menu) {
         for (int x = 0; x < grey.width(); ++x)
             ++shades[row[x]];
         const int ground = int(std::max_element(shades.cbegin(), shades.cend()) - shades.cbegin());
+        // The menu's frame and the highlight's edges, along either side, hold no text.
+        constexpr int frame = 8;
         for (int x = 0; x < grey.width(); ++x)
-            row[x] = uchar(255 - std::min(255, std::abs(row[x] - ground) * 3 / 2));
+            row[x] = x < frame || x >= grey.width() - frame
+                         ? uchar(255)
+                         : uchar(255 - std::min(255, std::abs(row[x] - ground) * 3 / 2));
     }
     return grey;
 }
