@@ -120,7 +120,9 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
         if (columns.size() < 12 || columns.at(0) != QStringLiteral("5"))
             continue;
         const QString word = columns.at(11).trimmed();
-        if (word.isEmpty())
+        // A mark OCR cannot read (an emoji or symbol before a menu label) comes out as one to
+        // three characters read with little confidence; words are read with far more.
+        if (word.isEmpty() || (word.size() <= 3 && columns.at(10).toDouble() < 80))
             continue;
         const QRect box(columns.at(6).toInt() / scale + part.x(),
                         columns.at(7).toInt() / scale + part.y(), columns.at(8).toInt() / scale,

@@ -9,6 +9,7 @@
 #include "TestHttpServer.h"
 #include "X11Input.h"
 
+#include <QHash>
 #include <QImage>
 #include <QObject>
 #include <QPair>
@@ -18,6 +19,7 @@
 
 #include <chrono>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -89,10 +91,9 @@ protected:
     // A label as it is read on the screen: as the shell's accessible objects give it, or its
     // letters and digits where menus are read by OCR.
     virtual QString readAs(const QString& label) const;
-    // Whether the shell's menus are read from screenshots (it does not expose them).
+    // Whether the shell's menus are read from the screen, each menu's window by OCR (the shell
+    // does not expose them).
     virtual bool readsMenusByOcr() const { return false; }
-    // The panel's area, left out when menus are read from screenshots.
-    virtual QRect panelArea() const { return {}; }
     // The log of the program that draws the tray.
     virtual QString shellLog() const = 0;
     // Puts text on the clipboard from an outside program that stays its owner (wl-copy on
@@ -112,7 +113,9 @@ protected:
     // Where the screen differs from how it was before Quillmar first ran by an icon-sized
     // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
     // shells that do not expose their tray's buttons.
-    std::optional<QRect> iconByDifference(int panelHeight);
+    // Only left of x = leftOf: a clock right of the tray changes every minute.
+    std::optional<QRect> iconByDifference(int panelHeight,
+                                          int leftOf = std::numeric_limits<int>::max());
 
     DesktopSession& session() { return *m_session; }
     ScreenReader& reader() { return m_reader; }
@@ -159,6 +162,8 @@ private:
     // The open menus of the panel (own: of Quillmar itself).
     QList<ScreenReader::Menu> openMenus(bool own = false);
     QList<ScreenReader::Menu> menusByOcr();
+    // A menu's picture as OCR reads it best.
+    static QImage forOcr(const QImage& menu);
     static QString ocrLabel(const QString& label);
     // The open menus once check holds for them; none when it does not in time.
     std::optional<QList<ScreenReader::Menu>>
@@ -205,8 +210,8 @@ private:
     QString m_clipboardFile;
     int m_shots = 0;
     QImage m_beforeQuillmar;
-    // The screen with Quillmar's icon and no menu, for reading menus from screenshots.
-    QImage m_withoutMenus;
+    // The lines of text read on each picture of a menu, by the picture's digest.
+    QHash<QByteArray, QList<ScreenReader::TextLine>> m_menuTexts;
     // Where the panel shows the running Quillmar's icon.
     std::optional<QRect> m_icon;
 };
