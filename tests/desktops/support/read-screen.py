@@ -150,7 +150,11 @@ def entries_of(menu, view=None):
             if showing(child) or r == pyatspi.ROLE_SEPARATOR and rectangle(child)[3] > 0:
                 found.append(entry(child, view))
         elif r not in MENU_ROLES and showing(child):
-            found.extend(entries_of(child, intersection(view, rectangle(child))))
+            # The box that holds the entries of a scrolled part moves as it scrolls, at the
+            # height of the part that shows: its scrolling container clips, not the box.
+            holds_entries = any(role(c) in ENTRY_ROLES for c in children(child))
+            inner = view if holds_entries else intersection(view, rectangle(child))
+            found.extend(entries_of(child, inner))
     return found
 
 
