@@ -94,6 +94,7 @@ private Q_SLOTS:
     void propertyOfMenuItself();
     void idsStayWithReplacingEntries();
     void idsComeBackAfterStandInMenu();
+    void replacedMenuShowsInOrderWherePanelsNeverMoveEntries();
     void replacingEntriesAnnounceChangedFlags();
     void aboutToShowWaitsForMenuBeingFilled();
     void aboutToShowOfSlowMenuAnsweredAtDeadline();
@@ -542,6 +543,61 @@ void tst_DBusMenuExporter::idsComeBackAfterStandInMenu() {
     QCOMPARE(idOf(after, u"Sub"_s), idOf(before, u"Sub"_s));
     QCOMPARE(idOf(after, u"Quit"_s), idOf(before, u"Quit"_s));
     QCOMPARE(after.children[2].children[1].id, before.children[2].children[1].id);
+}
+
+namespace {
+
+// How GNOME Shell's AppIndicator extension applies a new layout to the entries it shows: an
+// entry it did not have goes before the one shown at its index, an entry it keeps stays where
+// it is shown, the others are removed.
+QList<int> appliedWithoutMoves(QList<int> shown, const QList<int>& wanted) {
+    for (qsizetype i = 0; i < wanted.size(); ++i)
+        if (!shown.contains(wanted[i]))
+            shown.insert(std::min(i, shown.size()), wanted[i]);
+    shown.removeIf([&wanted](int id) { return !wanted.contains(id); });
+    return shown;
+}
+
+QList<int> childIds(const Node& menu) {
+    QList<int> ids;
+    for (const Node& child : menu.children)
+        ids.append(child.id);
+    return ids;
+}
+
+} // namespace
+
+void tst_DBusMenuExporter::replacedMenuShowsInOrderWherePanelsNeverMoveEntries() {
+    // A refresh: the full menu, "Loading…" in its place, the full menu again.
+    const auto fillFull = [](QMenu& menu) {
+        menu.addAction(u"Add"_s);
+        menu.addAction(u"Web"_s);
+        menu.addSeparator();
+        menu.addAction(u"Favourites"_s)->setEnabled(false);
+        menu.addSeparator();
+        menu.addAction(u"Settings"_s);
+        menu.addAction(u"Quit"_s);
+    };
+    QMenu full;
+    fillFull(full);
+    QMenu loading;
+    loading.addAction(u"Loading…"_s)->setEnabled(false);
+    loading.addSeparator();
+    loading.addAction(u"Quit"_s);
+    QMenu again;
+    fillFull(again);
+    Published published(m_bus->address(), &loading);
+    Node shown = published.layout();
+    QList<Node> layouts;
+    for (QMenu* next : {&full, &loading, &again}) {
+        published.exporter.setMenu(next);
+        const Node layout = published.layout();
+        QCOMPARE(appliedWithoutMoves(childIds(shown), childIds(layout)), childIds(layout));
+        layouts.append(layout);
+        shown = layout;
+    }
+    // Entries that did not change keep their ids all the same.
+    QCOMPARE(childIds(layouts[2]), childIds(layouts[0]));
 }
 
 void tst_DBusMenuExporter::replacingEntriesAnnounceChangedFlags() {

@@ -177,6 +177,25 @@ void DBusMenuExporter::adoptInto(const QMenu* from, QMenu* to, const QString& pa
     }
     const QList<QAction*> actions = to->actions();
     const QStringList keys = entryKeys(to);
+    // The id each entry would take over from the entry it stands for in the replaced menu.
+    QList<int> taken;
+    for (qsizetype i = 0; i < actions.size(); ++i) {
+        QAction* old = previous.value(path + u'\t' + keys[i]);
+        taken.append(m_ids.value(actions[i], old ? m_ids.value(old, -1) : -1));
+    }
+    // Panels apply a new layout as removals and additions at their places, and some never
+    // move an entry they keep (GNOME Shell's AppIndicator extension): an id is taken over only
+    // where the entries before it, or those after it, are the same as before. Elsewhere the
+    // entry is new to the panel, which removes the old one and adds it at its place.
+    qsizetype same = 0;
+    while (same < taken.size() && same < before.size() && taken[same] == before[same] &&
+           taken[same] >= 0)
+        ++same;
+    qsizetype sameAtEnd = 0;
+    while (sameAtEnd < taken.size() - same && sameAtEnd < before.size() - same &&
+           taken[taken.size() - 1 - sameAtEnd] == before[before.size() - 1 - sameAtEnd] &&
+           taken[taken.size() - 1 - sameAtEnd] >= 0)
+        ++sameAtEnd;
     QList<int> after;
     QList<std::tuple<const QMenu*, QMenu*, QString>> submenus;
     for (qsizetype i = 0; i < actions.size(); ++i) {
@@ -184,6 +203,9 @@ void DBusMenuExporter::adoptInto(const QMenu* from, QMenu* to, const QString& pa
         const QString entryPath = path + u'\t' + keys[i];
         QAction* old = previous.value(entryPath);
         const auto retired = m_retired.constFind(entryPath);
+        const bool inPlace = i < same || i >= actions.size() - sameAtEnd;
+        if (!inPlace)
+            old = nullptr;
         if (m_ids.contains(action)) {
             // Already published (a menu that shares entries).
         } else if (old && m_ids.contains(old)) {

@@ -74,7 +74,8 @@ QList<ScreenReader::Menu> ScreenReader::menus() {
         for (const QJsonValue& item : value[QStringLiteral("entries")].toArray())
             menu.entries.append(
                 {item[QStringLiteral("label")].toString(), item[QStringLiteral("role")].toString(),
-                 item[QStringLiteral("enabled")].toBool(), rectOf(item[QStringLiteral("rect")])});
+                 item[QStringLiteral("enabled")].toBool(), rectOf(item[QStringLiteral("rect")]),
+                 rectOf(item[QStringLiteral("view")])});
         menus.append(menu);
     }
     return menus;

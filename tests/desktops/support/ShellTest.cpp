@@ -217,8 +217,10 @@ bool ShellTest::saveScreen(const QString& file) {
 QList<ScreenReader::Menu> ShellTest::moved(QList<ScreenReader::Menu> menus, QPoint offset) {
     for (ScreenReader::Menu& menu : menus) {
         menu.rect.translate(offset);
-        for (ScreenReader::Entry& entry : menu.entries)
+        for (ScreenReader::Entry& entry : menu.entries) {
             entry.rect.translate(offset);
+            entry.view.translate(offset);
+        }
     }
     return menus;
 }
@@ -459,7 +461,9 @@ QList<ScreenReader::Menu> ShellTest::menusByOcr() {
                     darkest = std::min(darkest, qGray(picture.pixel(x, y)));
             // The whole height of the entry's row is the entry's, as a click sees it.
             const QRect rect = line.rect.adjusted(0, -2, 0, 2).translated(area.topLeft());
-            menu.entries.append({ocrLabel(line.text), QStringLiteral("item"), darkest < 90, rect});
+            // A menu window shows all of its entries.
+            menu.entries.append(
+                {ocrLabel(line.text), QStringLiteral("item"), darkest < 90, rect, area});
         }
         menus.append(menu);
     }
@@ -492,12 +496,44 @@ ShellTest::waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>
     return std::nullopt;
 }
 
+std::optional<QList<ScreenReader::Menu>>
+ShellTest::waitForSettledMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check) {
+    // A submenu that opens inside its menu grows and shrinks in steps (GNOME Shell animates
+    // it), moving the entries below it: they are where they stay once two readings agree.
+    QList<QRect> previous;
+    return waitForMenus([&](const QList<ScreenReader::Menu>& menus) {
+        QList<QRect> places;
+        for (const ScreenReader::Menu& menu : menus)
+            for (const ScreenReader::Entry& entry : menu.entries)
+                places.append(entry.rect);
+        const bool settled = submenus() == Submenus::Cascading || places == previous;
+        previous = places;
+        return settled && check(menus);
+    });
+}
+
+std::optional<QList<ScreenReader::Menu>> ShellTest::shownEntry(const QString& label, bool own) {
+    // An entry in a scrolled part of a menu is brought into view with the wheel, as a person
+    // does.
+    for (int turn = 0; turn < 12; ++turn) {
+        const QList<ScreenReader::Menu> menus = openMenus(own);
+        const ScreenReader::Entry* entry = entryOf(menus, label);
+        if (!entry)
+            return std::nullopt;
+        // A reader that knows nothing of its view sees it shown.
+        if (entry->isShown() || entry->view.isEmpty())
+            return menus;
+        input().scroll(entry->view.center(), entry->rect.top() < entry->view.top());
+    }
+    return std::nullopt;
+}
+
 std::optional<ScreenReader::Menu> ShellTest::openPanelMenuShowing(const QString& firstLabel) {
     const auto icon = m_icon;
     if (!icon)
         return std::nullopt;
     openPanelMenu(*icon);
-    const auto menus = waitForMenus([&](const QList<ScreenReader::Menu>& menus) {
+    const auto menus = waitForSettledMenus([&](const QList<ScreenReader::Menu>& menus) {
         return !menus.isEmpty() && !menus.constFirst().entries.isEmpty() &&
                menus.constFirst().entries.constFirst().label == readAs(firstLabel);
     });
@@ -523,21 +559,21 @@ std::optional<QList<ScreenReader::Menu>> ShellTest::openSubmenu(const QString& s
                                                                 const QString& shownExpected) {
     const QString label = readAs(shownLabel);
     const QString expected = readAs(shownExpected);
-    const QList<ScreenReader::Menu> menus = openMenus();
-    const ScreenReader::Entry* entry = entryOf(menus, label);
-    if (!entry)
+    const auto menus = shownEntry(label);
+    if (!menus)
         return std::nullopt;
     // An inline submenu that shows already would close on a click.
-    if (submenus() == Submenus::Cascading || !entryOf(menus, expected))
-        input().click(entry->rect.center());
-    return waitForMenus([&](const QList<ScreenReader::Menu>& shown) {
+    if (submenus() == Submenus::Cascading || !entryOf(*menus, expected))
+        input().click(entryOf(*menus, label)->rect.center());
+    return waitForSettledMenus([&](const QList<ScreenReader::Menu>& shown) {
         return entryOf(shown, label) && entryOf(shown, expected);
     });
 }
 
 bool ShellTest::choose(const QString& label, bool own) {
-    const QList<ScreenReader::Menu> menus = openMenus(own);
-    const ScreenReader::Entry* entry = entryOf(menus, own ? label : readAs(label));
+    const QString shown = own ? label : readAs(label);
+    const auto menus = shownEntry(shown, own);
+    const ScreenReader::Entry* entry = menus ? entryOf(*menus, shown) : nullptr;
     if (!entry)
         return false;
     input().click(entry->rect.center());
@@ -696,13 +732,20 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
         return holds;
     };
     QVERIFY(runQuillmar(Account::NotSetUp));
-    auto menu = openPanelMenuShowing(QStringLiteral("Welcome to Quillmar"));
-    QVERIFY2(menu, "the panel's menu did not open with the setup menu");
-    QCOMPARE(menu->labels(), readAs(setupMenu));
-    for (const QString& label : setupMenu)
-        if (label != QStringLiteral("---"))
-            QCOMPARE(menu->find(readAs(label))->enabled,
-                     label == QStringLiteral("Settings…") || label == QStringLiteral("Quit"));
+    QVERIFY2(openPanelMenuShowing(QStringLiteral("Welcome to Quillmar")),
+             "the panel's menu did not open with the setup menu");
+    // A panel may apply the entries' states a moment after their places (GNOME's extension
+    // asks for them once it has the layout): the menu is read once it is complete.
+    const auto setupShown = [this](const QList<ScreenReader::Menu>& menus) {
+        if (menus.isEmpty() || menus.constFirst().labels() != readAs(setupMenu))
+            return false;
+        return std::all_of(setupMenu.cbegin(), setupMenu.cend(), [&](const QString& label) {
+            return label == QStringLiteral("---") ||
+                   menus.constFirst().find(readAs(label))->enabled ==
+                       (label == QStringLiteral("Settings…") || label == QStringLiteral("Quit"));
+        });
+    };
+    QVERIFY2(waitForMenus(setupShown), "the setup menu is not shown with its entries and states");
     screenshot(QStringLiteral("setup-menu"));
     QVERIFY(choose(QStringLiteral("Settings…")));
     expect(waitUntil([this] { return settingsWindowShown(); }),
@@ -718,9 +761,14 @@ void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
     // Before the panel's menu opens: while a shell's own menu holds the input, a program that
     // must have the focus to copy (Wayland) cannot.
     QVERIFY(copyFromOutside(QStringLiteral("nothing yet")));
-    menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
-    QVERIFY2(menu, "the panel's menu did not open with the bookmark menu");
-    QCOMPARE(menu->labels(), readAs(FakeRaindropService::fullMenuLabels()));
+    QVERIFY2(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")),
+             "the panel's menu did not open with the bookmark menu");
+    expect(waitForMenus([this](const QList<ScreenReader::Menu>& menus) {
+               return !menus.isEmpty() &&
+                      menus.constFirst().labels() == readAs(FakeRaindropService::fullMenuLabels());
+           }).has_value(),
+           QStringLiteral("the panel's menu does not show the whole layout: ") +
+               describe(openMenus()));
     screenshot(QStringLiteral("full-menu"));
 
     const QString link = m_pages.baseUrl() + QStringLiteral("/tom");
@@ -826,9 +874,14 @@ void ShellTest::lazySubmenusFillOnFirstOpen() {
                 closeMenus();
                 continue;
             }
-            // In place: the menu it belongs to is still open, and it is on the screen.
-            const ScreenReader::Entry* shown = entryOf(*menus, readAs(c.bookmark));
-            if (!QRect(QPoint(0, 0), m_session->screen()).contains(shown->rect))
+            // In place: the menu it belongs to is still open, and it is on the screen (in a
+            // scrolled part of the menu once scrolled to).
+            const auto reached = shownEntry(readAs(c.bookmark));
+            const ScreenReader::Entry* shown =
+                entryOf(reached.value_or(*menus), readAs(c.bookmark));
+            if (!reached)
+                failures.append(name + QStringLiteral(": its bookmarks cannot be scrolled to"));
+            else if (!QRect(QPoint(0, 0), m_session->screen()).contains(shown->rect))
                 failures.append(QStringLiteral("%1: its bookmarks are off the screen at %2,%3")
                                     .arg(name)
                                     .arg(shown->rect.x())
@@ -1399,8 +1452,10 @@ void ShellTest::itemAnswersEveryCallOfTheProtocol() {
             true))
         failures.append(QStringLiteral("a middle click did not open Quillmar's own menu"));
     closeMenus(true);
-    input().scroll(icon->center(), false);
-    answered(QStringLiteral("Scroll"), QStringLiteral("the wheel"));
+    if (wheelScrollsItem()) {
+        input().scroll(icon->center(), false);
+        answered(QStringLiteral("Scroll"), QStringLiteral("the wheel"));
+    }
     monitor.stop();
     closeMenus();
     // Nor did the shell complain of anything Quillmar sent meanwhile.
@@ -1457,7 +1512,7 @@ void ShellTest::tallMenuKeepsEveryItemReachable() {
     if (!quit) {
         input().moveTo(area.center());
         input().pressKeys(QStringLiteral("End"));
-        quit = quitShown();
+        waitUntil([&] { return (quit = quitShown()).has_value(); }, 3s);
     }
     if (!quit) {
         input().scroll(area.center(), false, 40);

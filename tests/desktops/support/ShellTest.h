@@ -60,6 +60,9 @@ protected:
     // Closes the open menu as a person does when done with it: Escape unless the shell says
     // otherwise (own: Quillmar's own menu, else the panel's).
     virtual void dismissMenu(bool own);
+    // Whether the wheel turned over the icon by the session's input reaches the item as a
+    // Scroll call: a panel may act on smooth scrolling alone, which some input cannot give.
+    virtual bool wheelScrollsItem() const { return true; }
     // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
     virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
@@ -169,6 +172,12 @@ private:
     std::optional<QList<ScreenReader::Menu>>
     waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check,
                  bool own = false, std::chrono::milliseconds timeout = std::chrono::seconds(15));
+    // waitForMenus for the panel's menus, once their entries have stopped moving.
+    std::optional<QList<ScreenReader::Menu>>
+    waitForSettledMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check);
+    // The open menus once the entry label shows in them, scrolled to where its menu scrolls;
+    // none when it is not there.
+    std::optional<QList<ScreenReader::Menu>> shownEntry(const QString& label, bool own = false);
     // Opens the panel's menu; the menu once it shows firstLabel at its top.
     std::optional<ScreenReader::Menu> openPanelMenuShowing(const QString& firstLabel);
     QStringList readAs(QStringList labels) const;
