@@ -174,7 +174,8 @@ void ShellTest::initTestCase() {
 void ShellTest::cleanupTestCase() {
     if (m_quillmar)
         m_quillmar->stop();
-    m_clipboardOwner.stop();
+    for (ChildProcess& owner : m_clipboardOwners)
+        owner.stop();
     m_reader.stop();
     if (m_session)
         m_session->stop();
@@ -592,12 +593,13 @@ void ShellTest::dismissMenu(bool) {
 }
 
 bool ShellTest::copyFromOutside(const QString& text) {
-    m_clipboardOwner.stop();
     if (m_session->isWayland()) {
+        ChildProcess& owner = m_clipboardOwners.at(m_clipboardOwner);
+        owner.stop();
         // --foreground keeps wl-copy the clipboard's owner until it is stopped.
-        if (!m_clipboardOwner.start({QStringLiteral("wl-copy"), QStringLiteral("--foreground"),
-                                     QStringLiteral("--"), text},
-                                    m_session->logFile(QStringLiteral("wl-copy"))))
+        if (!owner.start({QStringLiteral("wl-copy"), QStringLiteral("--foreground"),
+                          QStringLiteral("--"), text},
+                         m_session->logFile(QStringLiteral("wl-copy"))))
             return false;
         return waitUntil([this, text] { return clipboard() == text; });
     }
@@ -606,13 +608,20 @@ bool ShellTest::copyFromOutside(const QString& text) {
         return false;
     file.write(text.toUtf8());
     file.close();
-    // -quiet keeps xclip in the foreground, owning the clipboard until it is stopped.
-    if (!m_clipboardOwner.start({QStringLiteral("xclip"), QStringLiteral("-selection"),
-                                 QStringLiteral("clipboard"), QStringLiteral("-quiet"),
-                                 m_clipboardFile},
-                                m_session->logFile(QStringLiteral("xclip"))))
+    // -quiet keeps xclip in the foreground, owning the clipboard until another program takes
+    // it. The next owner takes it from the last one: a clipboard whose owner ended is taken over
+    // by a desktop's clipboard manager (mutter's, with the text it kept), which could come
+    // after the next owner and take the clipboard from it.
+    const std::size_t next = 1 - m_clipboardOwner;
+    if (!m_clipboardOwners.at(next).start({QStringLiteral("xclip"), QStringLiteral("-selection"),
+                                           QStringLiteral("clipboard"), QStringLiteral("-quiet"),
+                                           m_clipboardFile},
+                                          m_session->logFile(QStringLiteral("xclip"))))
         return false;
-    return waitUntil([this, text] { return clipboard() == text; });
+    const bool copied = waitUntil([this, text] { return clipboard() == text; });
+    m_clipboardOwners.at(m_clipboardOwner).stop();
+    m_clipboardOwner = next;
+    return copied;
 }
 
 QString ShellTest::clipboard() const {
