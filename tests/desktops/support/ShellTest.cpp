@@ -476,7 +476,7 @@ QList<ScreenReader::Menu> ShellTest::openMenus(bool own) {
         return menusByOcr();
     QList<ScreenReader::Menu> menus;
     const QStringList applications = own ? QStringList{ownApplication} : panelApplications();
-    for (const ScreenReader::Menu& menu : m_reader.menus())
+    for (const ScreenReader::Menu& menu : m_reader.menus(applications))
         if (applications.contains(menu.application))
             menus.append(menu);
     return own ? placeOwnMenus(menus) : menus;
