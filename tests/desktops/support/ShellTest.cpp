@@ -28,6 +28,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 using namespace std::chrono_literals;
 
@@ -515,7 +516,9 @@ ShellTest::waitForSettledMenus(const std::function<bool(const QList<ScreenReader
 
 std::optional<QList<ScreenReader::Menu>> ShellTest::shownEntry(const QString& label, bool own) {
     // An entry in a scrolled part of a menu is brought into view with the wheel, as a person
-    // does.
+    // does: as many steps at once as it is away, each step as far as the last one moved it.
+    std::optional<int> lastTop;
+    int steps = 0;
     for (int turn = 0; turn < 12; ++turn) {
         const QList<ScreenReader::Menu> menus = openMenus(own);
         const ScreenReader::Entry* entry = entryOf(menus, label);
@@ -524,7 +527,12 @@ std::optional<QList<ScreenReader::Menu>> ShellTest::shownEntry(const QString& la
         // A reader that knows nothing of its view sees it shown.
         if (entry->isShown() || entry->view.isEmpty())
             return menus;
-        input().scroll(entry->view.center(), entry->rect.top() < entry->view.top());
+        if (lastTop && *lastTop != entry->rect.top())
+            m_wheelStep = std::max(1, std::abs(*lastTop - entry->rect.top()) / steps);
+        const int away = std::abs(entry->rect.center().y() - entry->view.center().y());
+        steps = m_wheelStep > 0 ? std::max(1, away / m_wheelStep) : 1;
+        lastTop = entry->rect.top();
+        input().scroll(entry->view.center(), entry->rect.top() < entry->view.top(), steps);
     }
     return std::nullopt;
 }

@@ -222,6 +222,8 @@ private:
     std::size_t m_clipboardOwner = 0;
     QString m_clipboardFile;
     int m_shots = 0;
+    // How far one step of the wheel moved a scrolled part of a menu last time; 0: not seen yet.
+    int m_wheelStep = 0;
     QImage m_beforeQuillmar;
     // The lines of text read on each picture of a menu, by the picture's digest.
     QHash<QByteArray, QList<ScreenReader::TextLine>> m_menuTexts;
