@@ -65,9 +65,10 @@ QJsonValue ScreenReader::ask(const QString& request) {
     return answer.isArray() ? QJsonValue(answer.array()) : QJsonValue();
 }
 
-QList<ScreenReader::Menu> ScreenReader::menus() {
+QList<ScreenReader::Menu> ScreenReader::menus(const QStringList& applications) {
     QList<Menu> menus;
-    for (const QJsonValue& value : ask(QStringLiteral("menus")).toArray()) {
+    const QString request = (QStringList{QStringLiteral("menus")} + applications).join(u'\t');
+    for (const QJsonValue& value : ask(request).toArray()) {
         Menu menu;
         menu.application = value[QStringLiteral("application")].toString();
         menu.rect = rectOf(value[QStringLiteral("rect")]);

@@ -53,8 +53,9 @@ public:
     bool start(const QString& folder);
     void stop();
 
-    // Every open menu of every application, in the order they were first seen.
-    QList<Menu> menus();
+    // The open menus of these applications (none named: of every application), in the order
+    // they were first seen. Reading fewer applications' objects is faster.
+    QList<Menu> menus(const QStringList& applications = {});
     // The showing objects of an application with that role ("push button"; empty: any) and
     // that name (empty: any).
     QList<QRect> find(const QString& application, const QString& role, const QString& name);

@@ -28,6 +28,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 using namespace std::chrono_literals;
 
@@ -174,7 +175,8 @@ void ShellTest::initTestCase() {
 void ShellTest::cleanupTestCase() {
     if (m_quillmar)
         m_quillmar->stop();
-    m_clipboardOwner.stop();
+    for (ChildProcess& owner : m_clipboardOwners)
+        owner.stop();
     m_reader.stop();
     if (m_session)
         m_session->stop();
@@ -475,7 +477,7 @@ QList<ScreenReader::Menu> ShellTest::openMenus(bool own) {
         return menusByOcr();
     QList<ScreenReader::Menu> menus;
     const QStringList applications = own ? QStringList{ownApplication} : panelApplications();
-    for (const ScreenReader::Menu& menu : m_reader.menus())
+    for (const ScreenReader::Menu& menu : m_reader.menus(applications))
         if (applications.contains(menu.application))
             menus.append(menu);
     return own ? placeOwnMenus(menus) : menus;
@@ -514,7 +516,9 @@ ShellTest::waitForSettledMenus(const std::function<bool(const QList<ScreenReader
 
 std::optional<QList<ScreenReader::Menu>> ShellTest::shownEntry(const QString& label, bool own) {
     // An entry in a scrolled part of a menu is brought into view with the wheel, as a person
-    // does.
+    // does: as many steps at once as it is away, each step as far as the last one moved it.
+    std::optional<int> lastTop;
+    int steps = 0;
     for (int turn = 0; turn < 12; ++turn) {
         const QList<ScreenReader::Menu> menus = openMenus(own);
         const ScreenReader::Entry* entry = entryOf(menus, label);
@@ -523,7 +527,12 @@ std::optional<QList<ScreenReader::Menu>> ShellTest::shownEntry(const QString& la
         // A reader that knows nothing of its view sees it shown.
         if (entry->isShown() || entry->view.isEmpty())
             return menus;
-        input().scroll(entry->view.center(), entry->rect.top() < entry->view.top());
+        if (lastTop && *lastTop != entry->rect.top())
+            m_wheelStep = std::max(1, std::abs(*lastTop - entry->rect.top()) / steps);
+        const int away = std::abs(entry->rect.center().y() - entry->view.center().y());
+        steps = m_wheelStep > 0 ? std::max(1, away / m_wheelStep) : 1;
+        lastTop = entry->rect.top();
+        input().scroll(entry->view.center(), entry->rect.top() < entry->view.top(), steps);
     }
     return std::nullopt;
 }
@@ -592,12 +601,13 @@ void ShellTest::dismissMenu(bool) {
 }
 
 bool ShellTest::copyFromOutside(const QString& text) {
-    m_clipboardOwner.stop();
     if (m_session->isWayland()) {
+        ChildProcess& owner = m_clipboardOwners.at(m_clipboardOwner);
+        owner.stop();
         // --foreground keeps wl-copy the clipboard's owner until it is stopped.
-        if (!m_clipboardOwner.start({QStringLiteral("wl-copy"), QStringLiteral("--foreground"),
-                                     QStringLiteral("--"), text},
-                                    m_session->logFile(QStringLiteral("wl-copy"))))
+        if (!owner.start({QStringLiteral("wl-copy"), QStringLiteral("--foreground"),
+                          QStringLiteral("--"), text},
+                         m_session->logFile(QStringLiteral("wl-copy"))))
             return false;
         return waitUntil([this, text] { return clipboard() == text; });
     }
@@ -606,13 +616,20 @@ bool ShellTest::copyFromOutside(const QString& text) {
         return false;
     file.write(text.toUtf8());
     file.close();
-    // -quiet keeps xclip in the foreground, owning the clipboard until it is stopped.
-    if (!m_clipboardOwner.start({QStringLiteral("xclip"), QStringLiteral("-selection"),
-                                 QStringLiteral("clipboard"), QStringLiteral("-quiet"),
-                                 m_clipboardFile},
-                                m_session->logFile(QStringLiteral("xclip"))))
+    // -quiet keeps xclip in the foreground, owning the clipboard until another program takes
+    // it. The next owner takes it from the last one: a clipboard whose owner ended is taken over
+    // by a desktop's clipboard manager (mutter's, with the text it kept), which could come
+    // after the next owner and take the clipboard from it.
+    const std::size_t next = 1 - m_clipboardOwner;
+    if (!m_clipboardOwners.at(next).start({QStringLiteral("xclip"), QStringLiteral("-selection"),
+                                           QStringLiteral("clipboard"), QStringLiteral("-quiet"),
+                                           m_clipboardFile},
+                                          m_session->logFile(QStringLiteral("xclip"))))
         return false;
-    return waitUntil([this, text] { return clipboard() == text; });
+    const bool copied = waitUntil([this, text] { return clipboard() == text; });
+    m_clipboardOwners.at(m_clipboardOwner).stop();
+    m_clipboardOwner = next;
+    return copied;
 }
 
 QString ShellTest::clipboard() const {

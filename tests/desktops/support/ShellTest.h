@@ -17,7 +17,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -215,9 +217,13 @@ private:
     std::unique_ptr<QuillmarProcess> m_quillmar;
     std::optional<Account> m_account;
     QStringList m_arguments;
-    ChildProcess m_clipboardOwner;
+    // On X11 the next owner takes the clipboard before the last one is stopped.
+    std::array<ChildProcess, 2> m_clipboardOwners;
+    std::size_t m_clipboardOwner = 0;
     QString m_clipboardFile;
     int m_shots = 0;
+    // How far one step of the wheel moved a scrolled part of a menu last time; 0: not seen yet.
+    int m_wheelStep = 0;
     QImage m_beforeQuillmar;
     // The lines of text read on each picture of a menu, by the picture's digest.
     QHash<QByteArray, QList<ScreenReader::TextLine>> m_menuTexts;
