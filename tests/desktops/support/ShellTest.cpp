@@ -424,7 +424,17 @@ QList<ScreenReader::Menu> ShellTest::menusByOcr() {
     // beside it, and a picture read once is not read again.
     QList<ScreenReader::Menu> menus;
     for (const QRect& window : X11Screen::menuWindows(panelApplications())) {
-        const QImage picture = X11Screen::grab(window);
+        // A menu is read once two grabs a moment apart agree: a frame of an animation (Breeze
+        // fades the highlight of the entry under the pointer in) is no state of the menu.
+        QImage picture;
+        waitUntil(
+            [&] {
+                const QImage again = X11Screen::grab(window);
+                const bool same = !picture.isNull() && again == picture;
+                picture = again;
+                return same;
+            },
+            3s);
         if (picture.isNull())
             continue;
         const QRect area(window.topLeft(), picture.size());
