@@ -426,7 +426,18 @@ QList<ScreenReader::Menu> ShellTest::menusByOcr() {
     // beside it, and a picture read once is not read again.
     QList<ScreenReader::Menu> menus;
     for (const QRect& window : X11Screen::menuWindows(panelApplications())) {
-        const QImage picture = X11Screen::grab(window);
+        // A menu is read once two grabs a moment apart agree: a frame of an animation (Breeze
+        // fades the highlight of the entry under the pointer in) is no state of the menu.
+        QImage picture;
+        waitUntil(
+            [&] {
+                const QImage again = X11Screen::grab(window);
+                // A window that closed meanwhile is not waited for.
+                const bool done = again.isNull() || (!picture.isNull() && again == picture);
+                picture = again;
+                return done;
+            },
+            3s);
         if (picture.isNull())
             continue;
         const QRect area(window.topLeft(), picture.size());
