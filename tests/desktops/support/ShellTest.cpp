@@ -852,11 +852,16 @@ void ShellTest::lazySubmenusFillOnFirstOpen() {
              return m_service->tagRequests(QStringLiteral("later"));
          }},
     };
+    // A submenu may be filled ahead, when the menu holding it opens (libdbusmenu-gtk shows a
+    // submenu before it asks for it): its one request is counted from before any opening.
+    QList<int> before;
+    for (const Case& c : cases)
+        before.append(c.requests());
     QStringList failures;
-    for (const Case& c : cases) {
+    for (qsizetype index = 0; index < cases.size(); ++index) {
+        const Case& c = cases.at(index);
         const QString name = c.path.join(QStringLiteral(" ▸ "));
         for (int opening = 1; opening <= 2; ++opening) {
-            const int before = c.requests();
             if (!openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"))) {
                 failures.append(name + QStringLiteral(": the panel's menu did not open"));
                 break;
@@ -888,10 +893,13 @@ void ShellTest::lazySubmenusFillOnFirstOpen() {
                                     .arg(shown->rect.y()));
             if (!entryOf(*menus, readAs(QStringLiteral("Quit Quillmar"))))
                 failures.append(name + QStringLiteral(": the menu closed"));
-            const int sent = c.requests() - before;
-            if (sent != (opening == 1 ? 1 : 0))
-                failures.append(
-                    QStringLiteral("%1, opening %2: %3 requests").arg(name).arg(opening).arg(sent));
+            // One request in all, none again on the second opening.
+            const int sent = c.requests() - before.at(index);
+            if (sent != 1)
+                failures.append(QStringLiteral("%1, opening %2: %3 requests in all")
+                                    .arg(name)
+                                    .arg(opening)
+                                    .arg(sent));
             closeMenus();
         }
     }
