@@ -88,6 +88,14 @@ std::optional<QPoint> mostChangedPlace(const QImage& before, const QImage& now, 
     return best;
 }
 
+// A popup shows its entries within itself: the reader's view of a submenu's entries, clipped
+// by the place of the entry that opened it, is in that other popup's coordinates here.
+ScreenReader::Menu shownWhole(ScreenReader::Menu menu) {
+    for (ScreenReader::Entry& entry : menu.entries)
+        entry.view = menu.rect;
+    return menu;
+}
+
 QString placeKey(const ScreenReader::Menu& menu) {
     return QStringLiteral("%1,%2,%3,%4 ")
                .arg(menu.rect.x())
@@ -196,7 +204,7 @@ protected:
                 unplaced.append(i);
                 continue;
             }
-            menus[i] = moved({menus.at(i)}, *known).constFirst();
+            menus[i] = shownWhole(moved({menus.at(i)}, *known).constFirst());
             taken.append(menus.at(i).rect);
         }
         if (unplaced.isEmpty() || m_withoutMenus.isNull())
@@ -212,7 +220,7 @@ protected:
                 continue;
             const QPoint offset = *place - menus.at(i).rect.topLeft();
             m_places.insert(key, offset);
-            menus[i] = moved({menus.at(i)}, offset).constFirst();
+            menus[i] = shownWhole(moved({menus.at(i)}, offset).constFirst());
             taken.append(menus.at(i).rect);
         }
         return menus;
