@@ -197,15 +197,17 @@ protected:
     // while open, so each new one is found as the only one not yet placed.
     QList<ScreenReader::Menu> placePanelMenus(QList<ScreenReader::Menu> menus) override {
         QList<QRect> taken;
+        const auto placeAt = [&](qsizetype i, QPoint offset) {
+            menus[i] = shownWhole(moved({menus.at(i)}, offset).constFirst());
+            taken.append(menus.at(i).rect);
+        };
         QList<qsizetype> unplaced;
         for (qsizetype i = 0; i < menus.size(); ++i) {
             const auto known = m_places.constFind(placeKey(menus.at(i)));
-            if (known == m_places.cend()) {
+            if (known == m_places.cend())
                 unplaced.append(i);
-                continue;
-            }
-            menus[i] = shownWhole(moved({menus.at(i)}, *known).constFirst());
-            taken.append(menus.at(i).rect);
+            else
+                placeAt(i, *known);
         }
         if (unplaced.isEmpty() || m_withoutMenus.isNull())
             return menus;
@@ -213,15 +215,18 @@ protected:
         if (now.size() != m_withoutMenus.size())
             return menus;
         for (const qsizetype i : std::as_const(unplaced)) {
+            // The reader may reach one menu twice: it shows in one place.
             const QString key = placeKey(menus.at(i));
+            if (const auto known = m_places.constFind(key); known != m_places.cend()) {
+                placeAt(i, *known);
+                continue;
+            }
             const auto place =
                 mostChangedPlace(m_withoutMenus, now, menus.at(i).rect.size(), taken);
             if (!place)
                 continue;
-            const QPoint offset = *place - menus.at(i).rect.topLeft();
-            m_places.insert(key, offset);
-            menus[i] = shownWhole(moved({menus.at(i)}, offset).constFirst());
-            taken.append(menus.at(i).rect);
+            m_places.insert(key, *place - menus.at(i).rect.topLeft());
+            placeAt(i, *place - menus.at(i).rect.topLeft());
         }
         return menus;
     }
