@@ -88,11 +88,20 @@ std::optional<QPoint> mostChangedPlace(const QImage& before, const QImage& now, 
     return best;
 }
 
-// A popup shows its entries within itself: the reader's view of a submenu's entries, clipped
-// by the place of the entry that opened it, is in that other popup's coordinates here.
+// The part of its popup a menu fills: the reader clips a submenu's own place by the entry
+// that opened it, in that other popup's coordinates here; its entries span the whole popup.
+QRect extentOf(const ScreenReader::Menu& menu) {
+    QRect extent = menu.rect;
+    for (const ScreenReader::Entry& entry : menu.entries)
+        extent |= entry.rect;
+    return extent;
+}
+
+// A popup shows its entries within itself.
 ScreenReader::Menu shownWhole(ScreenReader::Menu menu) {
+    const QRect extent = extentOf(menu);
     for (ScreenReader::Entry& entry : menu.entries)
-        entry.view = menu.rect;
+        entry.view = extent;
     return menu;
 }
 
@@ -199,7 +208,7 @@ protected:
         QList<QRect> taken;
         const auto placeAt = [&](qsizetype i, QPoint offset) {
             menus[i] = shownWhole(moved({menus.at(i)}, offset).constFirst());
-            taken.append(menus.at(i).rect);
+            taken.append(extentOf(menus.at(i)));
         };
         QList<qsizetype> unplaced;
         for (qsizetype i = 0; i < menus.size(); ++i) {
@@ -221,12 +230,12 @@ protected:
                 placeAt(i, *known);
                 continue;
             }
-            const auto place =
-                mostChangedPlace(m_withoutMenus, now, menus.at(i).rect.size(), taken);
+            const QRect extent = extentOf(menus.at(i));
+            const auto place = mostChangedPlace(m_withoutMenus, now, extent.size(), taken);
             if (!place)
                 continue;
-            m_places.insert(key, *place - menus.at(i).rect.topLeft());
-            placeAt(i, *place - menus.at(i).rect.topLeft());
+            m_places.insert(key, *place - extent.topLeft());
+            placeAt(i, *place - extent.topLeft());
         }
         return menus;
     }
