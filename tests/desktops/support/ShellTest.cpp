@@ -491,7 +491,7 @@ QList<ScreenReader::Menu> ShellTest::openMenus(bool own) {
     for (const ScreenReader::Menu& menu : m_reader.menus(applications))
         if (applications.contains(menu.application))
             menus.append(menu);
-    return own ? placeOwnMenus(menus) : menus;
+    return own ? placeOwnMenus(menus) : placePanelMenus(menus);
 }
 
 std::optional<QList<ScreenReader::Menu>>

@@ -91,6 +91,11 @@ protected:
     virtual QList<ScreenReader::Menu> placeOwnMenus(QList<ScreenReader::Menu> menus) {
         return menus;
     }
+    // The panel's menus as read, moved to where they show: a shell whose accessible objects
+    // give a menu's entries relative to the menu itself says where the menu is.
+    virtual QList<ScreenReader::Menu> placePanelMenus(QList<ScreenReader::Menu> menus) {
+        return menus;
+    }
     // menus, each moved by offset.
     static QList<ScreenReader::Menu> moved(QList<ScreenReader::Menu> menus, QPoint offset);
     // A label as it is read on the screen: as the shell's accessible objects give it, or its
