@@ -108,7 +108,7 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
                         QStringLiteral("+repage")};
     if (dark)
         convert.append(QStringLiteral("-negate"));
-    convert += {QStringLiteral("-resize"), QStringLiteral("%1%").arg(scale * 100), image};
+    convert += {QStringLiteral("-scale"), QStringLiteral("%1%").arg(scale * 100), image};
     if (ChildProcess::run(convert, std::chrono::seconds(30)).exitCode != 0)
         return {};
     const auto tsv =
