@@ -585,8 +585,11 @@ std::optional<QList<ScreenReader::Menu>> ShellTest::openSubmenu(const QString& s
     // An inline submenu that shows already would close on a click.
     if (submenus() == Submenus::Cascading || !entryOf(*menus, expected))
         input().click(entryOf(*menus, label)->rect.center());
+    // A cascading submenu opens beside its menu, whose entry it belongs to shows highlighted
+    // (which OCR may misread): that menu still being open is what counts.
     return waitForSettledMenus([&](const QList<ScreenReader::Menu>& shown) {
-        return entryOf(shown, label) && entryOf(shown, expected);
+        return entryOf(shown, expected) &&
+               (entryOf(shown, label) || (submenus() == Submenus::Cascading && shown.size() >= 2));
     });
 }
 
