@@ -96,7 +96,7 @@ QList<QRect> ScreenReader::find(const QString& application, const QString& role,
 }
 
 QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, QRect part,
-                                                     bool dark, int scale) {
+                                                     bool dark, int scale, Enlarging enlarging) {
     QTemporaryDir work;
     const QString image = work.filePath(QStringLiteral("part.png"));
     QStringList convert{QStringLiteral("convert"), screenshot, QStringLiteral("-crop"),
@@ -108,7 +108,9 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
                         QStringLiteral("+repage")};
     if (dark)
         convert.append(QStringLiteral("-negate"));
-    convert += {QStringLiteral("-scale"), QStringLiteral("%1%").arg(scale * 100), image};
+    convert +=
+        {enlarging == Enlarging::Smooth ? QStringLiteral("-resize") : QStringLiteral("-scale"),
+         QStringLiteral("%1%").arg(scale * 100), image};
     if (ChildProcess::run(convert, std::chrono::seconds(30)).exitCode != 0)
         return {};
     const auto tsv =

@@ -60,10 +60,13 @@ public:
     // that name (empty: any).
     QList<QRect> find(const QString& application, const QString& role, const QString& name);
 
+    // How text is enlarged for OCR: smoothly, or each pixel repeated (which reads LXQt's
+    // tooltip, whose smoothed letters OCR takes for others).
+    enum class Enlarging { Smooth, Pixels };
     // The lines of text in part of a screenshot; dark: light text on a dark ground, which OCR
     // reads better negated. OCR reads small text better enlarged: scale times.
-    static QList<TextLine> readText(const QString& screenshot, QRect part, bool dark,
-                                    int scale = 2);
+    static QList<TextLine> readText(const QString& screenshot, QRect part, bool dark, int scale = 2,
+                                    Enlarging enlarging = Enlarging::Smooth);
 
 private:
     QJsonValue ask(const QString& request);

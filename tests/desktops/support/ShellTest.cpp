@@ -614,6 +614,13 @@ void ShellTest::dismissMenu(bool) {
     input().pressKeys(QStringLiteral("Escape"));
 }
 
+void ShellTest::clickOutsideOwnMenu(QRect menu) {
+    const QSize screen = m_session->screen();
+    input().click(
+        QPoint(menu.center().x() < screen.width() / 2 ? screen.width() * 3 / 4 : screen.width() / 4,
+               screen.height() / 2));
+}
+
 bool ShellTest::copyFromOutside(const QString& text) {
     if (m_session->isWayland()) {
         ChildProcess& owner = m_clipboardOwners.at(m_clipboardOwner);
@@ -721,19 +728,23 @@ void ShellTest::iconShownWithTooltip() {
                              .intersected(QRect(QPoint(0, 0), m_session->screen()));
     QString seen;
     const bool tooltip =
-        !showsTooltips() || waitUntil(
-                                [&] {
-                                    const QString shot = screenshot(QStringLiteral("tooltip"));
-                                    seen.clear();
-                                    // A tooltip's small text (waybar's) is read at three times its
-                                    // size.
-                                    for (const int scale : {2, 3})
-                                        for (const auto& line : ScreenReader::readText(
-                                                 shot, around, darkTooltips(), scale))
-                                            seen += line.text + u'|';
-                                    return seen.contains(QStringLiteral("Quillmar"));
-                                },
-                                20s);
+        !showsTooltips() ||
+        waitUntil(
+            [&] {
+                const QString shot = screenshot(QStringLiteral("tooltip"));
+                seen.clear();
+                // A tooltip's small text is read at three times its size
+                // (waybar's) or with its pixels repeated (LXQt's).
+                using Enlarging = ScreenReader::Enlarging;
+                for (const auto& [scale, enlarging] :
+                     {std::pair{2, Enlarging::Smooth}, std::pair{3, Enlarging::Smooth},
+                      std::pair{2, Enlarging::Pixels}})
+                    for (const auto& line :
+                         ScreenReader::readText(shot, around, darkTooltips(), scale, enlarging))
+                        seen += line.text + u'|';
+                return seen.contains(QStringLiteral("Quillmar"));
+            },
+            20s);
     QVERIFY2(tooltip,
              qPrintable(QStringLiteral("no tooltip \"Quillmar\" near the icon; read: ") + seen));
 
@@ -1307,13 +1318,7 @@ void ShellTest::ownMenuBehavesAsAMenu() {
 
     const auto menus = openOwnMenu();
     QVERIFY2(menus, "Quillmar's own menu did not open");
-    // A spot on the desktop, on the other side of the screen from the menu.
-    const QRect menu = menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect;
-    const QSize screen = m_session->screen();
-    const QPoint outside(menu.center().x() < screen.width() / 2 ? screen.width() * 3 / 4
-                                                                : screen.width() / 4,
-                         screen.height() / 2);
-    input().click(outside);
+    clickOutsideOwnMenu(menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect);
     closed(QStringLiteral("a click outside"));
 
     // Submenus opened by the pointer alone, a lazily filled one among them, then a choice.
@@ -1442,12 +1447,15 @@ void ShellTest::itemAnswersEveryCallOfTheProtocol() {
         host.event(settings, QStringLiteral("clicked"));
         QVERIFY(waitUntil([this] { return settingsWindowShown(); }));
     }
-    // As a panel opens its menu, which stays open while the clipboard changes.
+    // As a Qt-based panel opens its menu (AboutToShow, then "opened"), which stays open while
+    // the clipboard changes. Where the clipboard is shown only with the focus, the entry is
+    // disabled at AboutToShow and enabled when the clipboard changes while the panel's menu is
+    // open (which hides the clipboard from Quillmar): that change is the one announced.
     QVERIFY(copyFromOutside(QStringLiteral("no address here")));
     if (focusOnly)
         QVERIFY(waitUntil([this] { return settingsWindowShown(); }));
-    host.event(0, QStringLiteral("opened"));
     host.aboutToShow(0);
+    host.event(0, QStringLiteral("opened"));
     const int updates = host.propertyUpdates();
     QVERIFY(copyFromOutside(QStringLiteral("https://example.org/announced")));
     if (!waitUntil([&] { return host.propertyUpdates() > updates; }, 5s))
