@@ -14,6 +14,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QtTest>
 
 #include <algorithm>
@@ -91,10 +92,11 @@ std::optional<QPoint> mostChangedPlace(const QImage& before, const QImage& now, 
 // The part of its popup a menu fills: the reader clips a submenu's own place by the entry
 // that opened it, in that other popup's coordinates here; its entries span the whole popup.
 QRect extentOf(const ScreenReader::Menu& menu) {
-    QRect extent = menu.rect;
+    QRect entries;
     for (const ScreenReader::Entry& entry : menu.entries)
-        extent |= entry.rect;
-    return extent;
+        entries |= entry.rect;
+    // A menu's own place holds its entries unless it is such a clipped one.
+    return menu.rect.contains(entries) ? menu.rect : entries;
 }
 
 // A popup shows its entries within itself.
@@ -204,7 +206,22 @@ protected:
     // screen as the place of its size holding the most pixels changed since before the menu
     // opened, leaving out the menus placed already. Menus open one at a time and do not move
     // while open, so each new one is found as the only one not yet placed.
-    QList<ScreenReader::Menu> placePanelMenus(QList<ScreenReader::Menu> menus) override {
+    QList<ScreenReader::Menu> placePanelMenus(QList<ScreenReader::Menu> read) override {
+        // The reader may reach one menu twice (in places of its own), and reaches menus of
+        // separators alone, which show nothing: each menu is kept once, and those are left out
+        // (placed, they would take the place of a menu shown).
+        QList<ScreenReader::Menu> menus;
+        QSet<QString> keys;
+        for (const ScreenReader::Menu& menu : std::as_const(read)) {
+            const QStringList labels = menu.labels();
+            const QString key = labels.join(u'|');
+            if (keys.contains(key) ||
+                std::all_of(labels.cbegin(), labels.cend(),
+                            [](const QString& label) { return label == QStringLiteral("---"); }))
+                continue;
+            keys.insert(key);
+            menus.append(menu);
+        }
         QList<QRect> taken;
         const auto placeAt = [&](qsizetype i, QPoint offset) {
             menus[i] = shownWhole(moved({menus.at(i)}, offset).constFirst());
@@ -224,12 +241,7 @@ protected:
         if (now.size() != m_withoutMenus.size())
             return menus;
         for (const qsizetype i : std::as_const(unplaced)) {
-            // The reader may reach one menu twice: it shows in one place.
             const QString key = placeKey(menus.at(i));
-            if (const auto known = m_places.constFind(key); known != m_places.cend()) {
-                placeAt(i, *known);
-                continue;
-            }
             const QRect extent = extentOf(menus.at(i));
             const auto place = mostChangedPlace(m_withoutMenus, now, extent.size(), taken);
             if (!place)
