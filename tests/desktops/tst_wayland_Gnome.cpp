@@ -187,6 +187,13 @@ protected:
     bool panelMenuSeesClipboard() const override { return false; }
     // The extension's menu neither scrolls nor moves to an entry off the screen.
     bool panelMenuReachesEveryEntry() const override { return false; }
+    // Qt 6.4 takes the window mutter marks active for the one with the keyboard, which mutter
+    // gives later or, after its own menu, not at all: a copy chosen in the extension's menu is
+    // refused, and keys pressed in Quillmar's own menu do not reach it.
+    QStringList knownFailures() const override {
+        return {QStringLiteral("\"⎘ Copy URL\" left the clipboard"),
+                QStringLiteral("ownMenuBehavesAsAMenu")};
+    }
 
     // Quillmar's windows as the shell lists them (their sizes; not their places).
     QList<Window> ownWindows() const override {

@@ -122,6 +122,10 @@ protected:
     // (scrolling, keys); where it does not, the user takes Quillmar's own menu (the
     // activation gesture), which does.
     virtual bool panelMenuReachesEveryEntry() const { return true; }
+    // What Quillmar is known to get wrong on this desktop, not yet overcome, each described in
+    // docs/desktops.md: the start of a failure's text, or the name of a test function that
+    // cannot get past it. Reported, not counted; every other failure counts.
+    virtual QStringList knownFailures() const { return {}; }
 
     // Where the screen differs from how it was before Quillmar first ran by an icon-sized
     // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
@@ -205,6 +209,10 @@ private:
                                                       const QString& expected);
     void closeMenus(bool own = false);
     bool settingsWindowShown() const;
+    // The failures that are not known ones of this desktop; the known ones are reported.
+    QStringList unknownFailures(const QStringList& failures) const;
+    // Whether the running test function cannot get past a known failure here.
+    bool knownToFail() const;
     // What is wrong with the window of Quillmar's own menu (of that size) that the compositor
     // shows, closing the menu; none when it is small, floating and has the keyboard.
     QString menuWindowProblem(const QString& how, QSize menu);
