@@ -20,9 +20,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// The top bar's height, and where its "Activities" button is across.
+// The top bar's height.
 constexpr int topBarHeight = 32;
-constexpr int activitiesX = 40;
 const QString appId = QStringLiteral("app.quillmar.Quillmar");
 const QString shellService = QStringLiteral("org.gnome.Shell");
 
@@ -108,7 +107,7 @@ protected:
         // desktop is drawn: left before that, it would come back.
         if (!waitUntil([this] { return overviewShown() == true; }, 60s))
             return false;
-        if (!setOverviewShown(false))
+        if (!leaveOverview())
             return false;
         m_input = std::make_unique<MutterInput>(session.busAddress());
         // GNOME's daemon of key bindings, which runs the custom shortcut.
@@ -127,24 +126,6 @@ protected:
     // The extension's double click on an icon is its activation (a single click opens the
     // panel's menu once the double click's time has passed).
     void activate(QRect icon) override { input().doubleClick(icon.center()); }
-
-    // mutter leaves the keyboard with the window it is at when the empty desktop is clicked, and
-    // tells a program of no click outside its windows: Quillmar's own menu closes when the
-    // keyboard goes elsewhere. The click outside is on the top bar's "Activities", whose
-    // overview takes the keyboard; the overview is left at once, so that a menu still open
-    // would get the keyboard back and be seen.
-    void clickOutsideOwnMenu(QRect) override {
-        input().click(QPoint(activitiesX, topBarHeight / 2));
-        waitUntil([this] { return overviewShown() == true; }, 10s);
-        waitUntil(
-            [this] {
-                const QList<Window> windows = ownWindows();
-                return std::none_of(windows.cbegin(), windows.cend(),
-                                    [](const Window& window) { return window.rect.width() > 1; });
-            },
-            10s);
-        setOverviewShown(false);
-    }
 
     bool saveScreen(const QString& file) override {
         QDBusMessage shot = QDBusMessage::createMethodCall(
@@ -258,15 +239,15 @@ private:
         return reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
     }
 
-    // Shows or leaves the overview; whether it did.
-    bool setOverviewShown(bool shown) {
+    // Leaves the overview; whether it did.
+    bool leaveOverview() {
         QDBusMessage set = QDBusMessage::createMethodCall(
             shellService, QStringLiteral("/org/gnome/Shell"),
             QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
         set.setArguments({shellService, QStringLiteral("OverviewActive"),
-                          QVariant::fromValue(QDBusVariant(shown))});
+                          QVariant::fromValue(QDBusVariant(false))});
         return m_bus->call(set).type() == QDBusMessage::ReplyMessage &&
-               waitUntil([this, shown] { return overviewShown() == shown; }, 30s);
+               waitUntil([this] { return overviewShown() == false; }, 30s);
     }
 
     // Where the screen differs from the empty desktop, below the top bar.

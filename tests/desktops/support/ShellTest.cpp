@@ -614,13 +614,6 @@ void ShellTest::dismissMenu(bool) {
     input().pressKeys(QStringLiteral("Escape"));
 }
 
-void ShellTest::clickOutsideOwnMenu(QRect menu) {
-    const QSize screen = m_session->screen();
-    input().click(
-        QPoint(menu.center().x() < screen.width() / 2 ? screen.width() * 3 / 4 : screen.width() / 4,
-               screen.height() / 2));
-}
-
 bool ShellTest::copyFromOutside(const QString& text) {
     if (m_session->isWayland()) {
         ChildProcess& owner = m_clipboardOwners.at(m_clipboardOwner);
@@ -1364,7 +1357,13 @@ void ShellTest::ownMenuBehavesAsAMenu() {
 
     const auto menus = openOwnMenu();
     QVERIFY2(menus, "Quillmar's own menu did not open");
-    clickOutsideOwnMenu(menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect);
+    // A spot on the desktop, on the other side of the screen from the menu.
+    const QRect menu = menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect;
+    const QSize screen = m_session->screen();
+    const QPoint outside(menu.center().x() < screen.width() / 2 ? screen.width() * 3 / 4
+                                                                : screen.width() / 4,
+                         screen.height() / 2);
+    input().click(outside);
     closed(QStringLiteral("a click outside"));
 
     // Submenus opened by the pointer alone, a lazily filled one among them, then a choice.

@@ -62,9 +62,6 @@ protected:
     // Closes the open menu as a person does when done with it: Escape unless the shell says
     // otherwise (own: Quillmar's own menu, else the panel's).
     virtual void dismissMenu(bool own);
-    // Clicks outside Quillmar's own menu, as a person does to close it: on the desktop, across
-    // the screen from it.
-    virtual void clickOutsideOwnMenu(QRect menu);
     // Whether the wheel turned over the icon by the session's input reaches the item as a
     // Scroll call: a panel may act on smooth scrolling alone, which some input cannot give.
     virtual bool wheelScrollsItem() const { return true; }
