@@ -8,6 +8,8 @@
 #include "TestStatusNotifierWatcher.h"
 
 #include "app/AppDelegate.h"
+#include "app/clipboard/ClipboardBackend.h"
+#include "app/clipboard/SystemClipboard.h"
 #include "config/AppConfig.h"
 #include "service/HttpSession.h"
 
@@ -17,6 +19,7 @@
 #include <QMenu>
 #include <QNetworkReply>
 #include <QPointer>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <algorithm>
@@ -34,6 +37,19 @@ const QString readingLabel = u"Reading & Notes_2024  (1)"_s;
 
 Q_DECLARE_METATYPE(TestPanelMenu::Habits)
 
+// A desktop that shows the clipboard only to the program with the keyboard (GNOME on Wayland):
+// while the panel's menu holds the keyboard, what this program saw of it last is out of date.
+class FocusOnlyClipboard : public ClipboardBackend {
+public:
+    QString seenLast = u"no address here"_s;
+    QString current;
+
+    void setText(const QString& text) override { current = text; }
+    std::optional<QString> text() override { return seenLast; }
+    void readText(Done done) override { done(current); }
+    bool readableInBackground() const override { return false; }
+};
+
 class tst_PanelHabits : public QObject {
     Q_OBJECT
 private Q_SLOTS:
@@ -46,12 +62,17 @@ private Q_SLOTS:
     void lazySubmenuShowsBookmarksOnFirstOpen();
     void clipboardItemFollowsClipboard_data() { habits(); }
     void clipboardItemFollowsClipboard();
-    void refreshWaitsForOpenMenuToClose_data();
+    void clipboardChangeWhileMenuOpenIsFollowed_data() { panelsThatTellClosing(); }
+    void clipboardChangeWhileMenuOpenIsFollowed();
+    void clipboardItemReadsWhenChosenWherePanelMenuHidesClipboard();
+    void refreshWaitsForOpenMenuToClose_data() { panelsThatTellClosing(); }
     void refreshWaitsForOpenMenuToClose();
     void quittingPrintsNothing();
 
 private:
     static void habits();
+    // The panels that say when their menu closes.
+    static void panelsThatTellClosing();
     // The panel, once the full menu is published.
     std::unique_ptr<TestPanelMenu> panel(Habits habits);
 
@@ -67,6 +88,13 @@ void tst_PanelHabits::habits() {
     QTest::newRow("GNOME") << Habits::Gnome;
     QTest::newRow("Plasma") << Habits::Plasma;
     QTest::newRow("libdbusmenu-glib") << Habits::LibdbusmenuGlib;
+    QTest::newRow("libdbusmenu-qt") << Habits::LibdbusmenuQt;
+}
+
+void tst_PanelHabits::panelsThatTellClosing() {
+    QTest::addColumn<Habits>("habits");
+    QTest::newRow("GNOME") << Habits::Gnome;
+    QTest::newRow("Plasma") << Habits::Plasma;
     QTest::newRow("libdbusmenu-qt") << Habits::LibdbusmenuQt;
 }
 
@@ -193,12 +221,51 @@ void tst_PanelHabits::clipboardItemFollowsClipboard() {
     QVERIFY(panel->errors().isEmpty());
 }
 
-void tst_PanelHabits::refreshWaitsForOpenMenuToClose_data() {
-    // The panels that say when their menu closes.
-    QTest::addColumn<Habits>("habits");
-    QTest::newRow("GNOME") << Habits::Gnome;
-    QTest::newRow("Plasma") << Habits::Plasma;
-    QTest::newRow("libdbusmenu-qt") << Habits::LibdbusmenuQt;
+void tst_PanelHabits::clipboardChangeWhileMenuOpenIsFollowed() {
+    // Copying while the panel's menu is open (or a change told only after it opened).
+    QFETCH(Habits, habits);
+    QGuiApplication::clipboard()->setText(u"no address here"_s);
+    const auto panel = this->panel(habits);
+    QVERIFY(panel);
+    const int add = panel->find(u"📋 Add Clipboard URL"_s);
+    QVERIFY(add > 0);
+    QVERIFY(panel->open(0));
+    QTRY_VERIFY((panel->follow(), !panel->isEnabled(add)));
+    QGuiApplication::clipboard()->setText(u"see https://example.com/new, later"_s);
+    QTRY_VERIFY((panel->follow(), panel->isEnabled(add)));
+    QVERIFY(panel->close(0));
+    QVERIFY(panel->errors().isEmpty());
+}
+
+void tst_PanelHabits::clipboardItemReadsWhenChosenWherePanelMenuHidesClipboard() {
+    // The program of this test sees the clipboard as such a desktop shows it.
+    cleanup();
+    auto* clipboard = new FocusOnlyClipboard;
+    SystemClipboard::setBackend(clipboard);
+    const auto restore = qScopeGuard([] { SystemClipboard::setBackend(nullptr); });
+    init();
+    if (QTest::currentTestFailed())
+        return;
+    const QString link = u"http://127.0.0.1:9/from-the-panel"_s;
+    clipboard->current = u"see "_s + link + u", later"_s;
+
+    const auto panel = this->panel(Habits::Gnome);
+    QVERIFY(panel);
+    const int add = panel->find(u"📋 Add Clipboard URL"_s);
+    QVERIFY(add > 0);
+    QVERIFY(panel->open(0));
+    QTRY_VERIFY((panel->follow(), panel->isEnabled(add)));
+    // Chosen, it reads the clipboard as it is now and saves its address.
+    QVERIFY(m_host->event(add, u"clicked"_s));
+    QVERIFY(panel->close(0));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            const auto saved = m_service->bookmarks();
+            return std::any_of(saved.cbegin(), saved.cend(),
+                               [&](const auto& bookmark) { return bookmark.link == link; });
+        }(),
+        15000);
+    QVERIFY(panel->errors().isEmpty());
 }
 
 void tst_PanelHabits::refreshWaitsForOpenMenuToClose() {
