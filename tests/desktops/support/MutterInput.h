@@ -20,7 +20,7 @@ public:
     MutterInput& operator=(const MutterInput&) = delete;
 
     // Starts the session on a screen of that size, with the pointer at its bottom right corner
-    // (away from the hot corner at the top left).
+    // (away from the hot corner at the top left) and a keyboard that programs have been given.
     bool start(QSize screen);
     void stop();
 
