@@ -40,12 +40,10 @@ struct KeyboardSelectionListeners {
             self->m_seat = static_cast<wl_seat*>(
                 wl_registry_bind(registry, name, &wl_seat_interface, std::min(version, 5u)));
             wl_seat_add_listener(self->m_seat, &seat, self);
-            self->bindDevice();
         } else if (std::strcmp(interface, wl_data_device_manager_interface.name) == 0 &&
                    !self->m_manager) {
             self->m_manager = static_cast<wl_data_device_manager*>(wl_registry_bind(
                 registry, name, &wl_data_device_manager_interface, std::min(version, 3u)));
-            self->bindDevice();
         }
     }
     static void globalRemove(void*, wl_registry*, uint32_t) {}
@@ -60,6 +58,7 @@ struct KeyboardSelectionListeners {
         auto* self = static_cast<Self*>(data);
         self->m_focus = surface;
         self->m_serial = serial;
+        self->bindDevice();
         // Qt's share of the same events (the clipboard's offer) is taken in the same dispatch.
         QMetaObject::invokeMethod(self, &Self::keyboardEntered, Qt::QueuedConnection);
     }
@@ -156,10 +155,15 @@ KeyboardSelection::~KeyboardSelection() {
 }
 
 void KeyboardSelection::bindDevice() {
-    if (!m_seat || !m_manager || m_device)
+    // Made while this program has the keyboard: mutter keeps one data device per program among
+    // those without the keyboard, and one made then would take the place of Qt's, whose
+    // clipboard would never hear of a change again. With the keyboard Qt's is set apart, and
+    // both are kept from then on (meta-wayland-data-device.c, get_data_device).
+    if (!m_seat || !m_manager || m_device || !m_focus)
         return;
     m_device = wl_data_device_manager_get_data_device(m_manager, m_seat);
     wl_data_device_add_listener(m_device, &KeyboardSelectionListeners::device, this);
+    wl_display_flush(m_display);
 }
 
 void KeyboardSelection::keyboardCapability(bool present) {
