@@ -9,6 +9,7 @@
 
 #include <wayland-client.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -89,6 +90,7 @@ bool MutterInput::start(QSize screen) {
     if (!notify(QStringLiteral("Start"), {}))
         return false;
     // Far past the corner, where the screen's edges stop it.
+    m_screen = screen;
     m_pointer = QPoint(screen.width() - 1, screen.height() - 1);
     if (!notify(QStringLiteral("NotifyPointerMotionRelative"),
                 {double(screen.width() * 4), double(screen.height() * 4)}))
@@ -124,7 +126,11 @@ bool MutterInput::notify(const QString& method, const QVariantList& arguments) {
 void MutterInput::moveTo(QPoint at) {
     // In two steps, as a hand moves: the window under the pointer gets an enter and then a
     // motion.
-    for (const QPoint step : {at - QPoint(4, 0), at}) {
+    for (QPoint step : {at - QPoint(4, 0), at}) {
+        // mutter stops the pointer at the screen's edges: a place past them would leave the
+        // pointer elsewhere than believed, and every later click off by as much.
+        step = QPoint(std::clamp(step.x(), 0, m_screen.width() - 1),
+                      std::clamp(step.y(), 0, m_screen.height() - 1));
         const QPoint by = step - m_pointer;
         notify(QStringLiteral("NotifyPointerMotionRelative"), {double(by.x()), double(by.y())});
         m_pointer = step;

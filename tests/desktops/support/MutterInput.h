@@ -36,6 +36,7 @@ private:
 
     QDBusConnection m_bus;
     QString m_session;
+    QSize m_screen;
     // Where the pointer is: the session moves it by relative motions only (absolute ones need
     // a screen cast stream, and so PipeWire).
     QPoint m_pointer;
