@@ -1,14 +1,14 @@
 #include "app/wayland/KeyboardSelection.h"
 
+#include "app/wayland/SelectionWriter.h"
+
 #include <QGuiApplication>
 #include <qpa/qplatformnativeinterface.h>
 
 #include <wayland-client.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -221,21 +221,7 @@ void KeyboardSelection::settle(bool accepted) {
 }
 
 void KeyboardSelection::send(int fd) const {
-    // Written whole: readers wait for the end of the data.
-    const int flags = fcntl(fd, F_GETFL);
-    if (flags != -1)
-        fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
-    qsizetype written = 0;
-    while (written < m_sourceText.size()) {
-        const ssize_t n = ::write(fd, m_sourceText.constData() + written,
-                                  static_cast<size_t>(m_sourceText.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        written += n;
-    }
-    ::close(fd);
+    SelectionWriter::writeAndClose(fd, m_sourceText);
 }
 
 void KeyboardSelection::destroyObjects() {
