@@ -12,8 +12,10 @@ TEST_FUZZ_SECONDS ?= 5
 FUZZ_SECONDS ?= 300
 
 # Qt's SVG plugin draws the tray icon; the fonts draw the menus' emoji and symbols; wayland-scanner
-# (libwayland-bin) generates the Wayland protocol code.
+# (libwayland-bin) generates the Wayland protocol code; Qt's platform headers (qt6-base-private-dev)
+# give the Wayland connection Qt made.
 BUILD_PACKAGES := cmake ninja-build gcc g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
+	qt6-base-private-dev \
 	qcoro-qt6-dev libqt6svg6 libxcb1-dev libxcb-keysyms1-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola libwayland-dev libwayland-bin
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11 qt6-wayland
