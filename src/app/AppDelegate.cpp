@@ -28,6 +28,22 @@ void AppDelegate::applicationDidFinishLaunching() {
     // After the icon is up: the first font lookup reads fontconfig's configuration, a fifth of
     // the start-up time, and no menu can open before the event loop runs again.
     QTimer::singleShot(0, this, &AppDelegate::preferColourEmoji);
+    // Asking the system bus is no business of the start-up either.
+    QTimer::singleShot(0, this, &AppDelegate::watchForReloads);
+}
+
+void AppDelegate::watchForReloads() {
+    m_connectivityWatcher = std::make_unique<ConnectivityWatcher>();
+    connect(m_connectivityWatcher.get(), &ConnectivityWatcher::online, this,
+            &AppDelegate::reloadIfOutdated);
+    m_resumeWatcher = std::make_unique<ResumeWatcher>();
+    connect(m_resumeWatcher.get(), &ResumeWatcher::resumed, this, &AppDelegate::reloadIfOutdated);
+}
+
+void AppDelegate::reloadIfOutdated() {
+    // The setup menu has nothing to reload.
+    if (m_menuManager)
+        m_menuManager->reloadIfOutdated();
 }
 
 void AppDelegate::preferColourEmoji() {

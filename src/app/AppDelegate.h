@@ -1,6 +1,8 @@
 #pragma once
 
+#include "app/ConnectivityWatcher.h"
 #include "app/HotKeyManager.h"
+#include "app/ResumeWatcher.h"
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
@@ -25,6 +27,9 @@ public:
     StatusItem* statusItem() const { return m_statusItem.get(); }
     // The newest menu manager; none before the first start with a token.
     MenuManager* menuManager() const { return m_menuManager.get(); }
+    // What reloads an outdated menu; none until the event loop has run after the launch.
+    ConnectivityWatcher* connectivityWatcher() const { return m_connectivityWatcher.get(); }
+    ResumeWatcher* resumeWatcher() const { return m_resumeWatcher.get(); }
 
 private:
     void showSetupPrompt();
@@ -33,6 +38,8 @@ private:
     void openSettings();
     void chooseMenu(const AppConfig& config);
     void preferColourEmoji();
+    void watchForReloads();
+    void reloadIfOutdated();
 
     Environment m_environment;
     MenuManager::Timings m_timings;
@@ -40,4 +47,7 @@ private:
     std::unique_ptr<MenuManager> m_menuManager;
     // Created with the delegate and kept for the whole run, across every start.
     HotKeyManager m_hotKeyManager;
+    // The network coming back and the computer waking up reload an outdated menu.
+    std::unique_ptr<ConnectivityWatcher> m_connectivityWatcher;
+    std::unique_ptr<ResumeWatcher> m_resumeWatcher;
 };

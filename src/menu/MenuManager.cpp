@@ -214,9 +214,43 @@ void MenuManager::refresh() {
     loadData();
 }
 
+void MenuManager::reloadIfOutdated() {
+    if (m_buildsInFlight > 0) {
+        m_reloadAfterBuild = true;
+        return;
+    }
+    if (!isOutdated())
+        return;
+    if (isMenuOpen()) {
+        if (!m_reloadWhenClosed)
+            connect(
+                m_statusItem->menu(), &QMenu::aboutToHide, this,
+                [this] {
+                    m_reloadWhenClosed = false;
+                    reloadIfOutdated();
+                },
+                Qt::ConnectionType(Qt::QueuedConnection | Qt::SingleShotConnection));
+        m_reloadWhenClosed = true;
+        return;
+    }
+    refresh();
+}
+
+bool MenuManager::isOutdated() const {
+    return !m_lastBuildStart || m_lastBuildFailed ||
+           m_timings.bootClock() - *m_lastBuildStart > m_timings.refreshInterval;
+}
+
+bool MenuManager::isMenuOpen() const {
+    const QMenu* menu = m_statusItem->menu();
+    return menu && menu->isVisible();
+}
+
 QCoro::Task<> MenuManager::buildFullMenu() {
     // Nothing below touches this manager after a suspension without checking that it lives.
     const QPointer<MenuManager> self(this);
+    const std::chrono::nanoseconds startedAt = m_timings.bootClock();
+    ++m_buildsInFlight;
     const std::shared_ptr<RaindropAPI> api = m_api;
     // Owned here until it is attached; dropped with the coroutine when the build is abandoned.
     auto menu = std::make_unique<QMenu>();
@@ -356,6 +390,14 @@ QCoro::Task<> MenuManager::buildFullMenu() {
     m_lazyDelegates = delegates;
     m_addClipboardItem = addClipboardItem;
     m_statusItem->setMenu(full);
+
+    --m_buildsInFlight;
+    m_lastBuildStart = startedAt;
+    m_lastBuildFailed = !favourites || !collections || !tags;
+    if (m_reloadAfterBuild && m_buildsInFlight == 0) {
+        m_reloadAfterBuild = false;
+        reloadIfOutdated();
+    }
 }
 
 void MenuManager::appendFooter(QMenu* menu) {

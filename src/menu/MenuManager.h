@@ -2,6 +2,7 @@
 
 #include "config/AppConfig.h"
 #include "config/Environment.h"
+#include "menu/BootClock.h"
 #include "menu/LazyMenuDelegate.h"
 #include "menu/SubmenuPlacement.h"
 #include "service/Raindrop.h"
@@ -46,6 +47,8 @@ public:
         Clock clock = [] {
             return std::chrono::steady_clock::now();
         };
+        // Measures the age of the last full build, the time the machine slept included.
+        std::function<std::chrono::nanoseconds()> bootClock = &BootClock::now;
     };
 
     // The Tags submenu shows no more than this many tags.
@@ -61,6 +64,11 @@ public:
     void loadData();
     // Forgets every cached list and loaded submenu, then rebuilds.
     void refresh();
+    // The network came back or the computer woke up: refreshes as the refresh timer does when
+    // the last full build failed or is older than the refresh interval, and does nothing
+    // otherwise. While a build runs it starts none (that build is followed by a refresh if it
+    // fails), and while the menu is open it waits until the menu has closed.
+    void reloadIfOutdated();
     // The attached menu is about to open: "📋 Add Clipboard URL" follows the clipboard.
     void menuWillOpen(QMenu* menu);
     // The highlight of the top-level menu moved to item (none: it left every item). An item
@@ -102,6 +110,8 @@ private:
         std::function<QCoro::Task<QList<Raindrop>>(const std::shared_ptr<RaindropAPI>&)>;
 
     QCoro::Task<> buildFullMenu();
+    bool isOutdated() const;
+    bool isMenuOpen() const;
     void appendFooter(QMenu* menu);
     // Every submenu of the menu is made here, so that each one is placed beside its parent.
     QMenu* newSubmenu(const QString& title, QMenu* parent);
@@ -124,6 +134,13 @@ private:
     QTimer m_prefetchTimer;
     std::weak_ptr<LazyMenuDelegate> m_prefetchTarget;
     QTimer m_refreshTimer;
+    // The full builds under way, when the last one attached began and whether it failed.
+    int m_buildsInFlight = 0;
+    std::optional<std::chrono::nanoseconds> m_lastBuildStart;
+    bool m_lastBuildFailed = false;
+    // A reload asked for while a build ran, or while the menu was open.
+    bool m_reloadAfterBuild = false;
+    bool m_reloadWhenClosed = false;
     QPointer<QAction> m_addClipboardItem;
     QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;

@@ -81,6 +81,9 @@ public:
     // Spins the event loop until at least count requests were recorded, or the time is up (long
     // enough for a loaded machine running a sanitizer build; it only delays a real failure).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(30));
+    // Refuses every connection from now on, as a host whose network is down, and drops the open
+    // ones; or takes connections again, on the same port.
+    void setRefusing(bool refusing);
     // Connections that the client closed or that the server saw end early.
     int abortedConnections() const { return m_abortedConnections; }
 
@@ -102,6 +105,7 @@ private:
     Response responseFor(const Request& request) const;
 
     QTcpServer* m_server = nullptr;
+    quint16 m_port = 0;
     bool m_tls = false;
     QList<Route> m_routes;
     Handler m_fallback;
