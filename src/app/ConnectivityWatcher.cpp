@@ -1,32 +1,58 @@
 #include "app/ConnectivityWatcher.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+
 using namespace Qt::StringLiterals;
 
+namespace {
+
+const QString service = u"org.freedesktop.NetworkManager"_s;
+const QString path = u"/org/freedesktop/NetworkManager"_s;
+const QString properties = u"org.freedesktop.DBus.Properties"_s;
+// NM_STATE_CONNECTED_GLOBAL.
+constexpr uint connectedGlobal = 70;
+
+} // namespace
+
+// NetworkManager is asked directly rather than through QNetworkInformation: loading that one
+// loads every network information plugin Qt has, and the GLib one brings GIO with it, more than
+// a megabyte of memory for one number.
 ConnectivityWatcher::ConnectivityWatcher(QObject* parent)
     : QObject(parent) {
-#ifdef Q_OS_LINUX
-    // NetworkManager's own verdict only. Qt's other Linux source, GLib's network monitor, reads
-    // the routing table and calls a machine online that has a route but no working network.
-    m_available = QNetworkInformation::loadBackendByName(u"networkmanager");
-#else
-    m_available =
-        QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability);
-#endif
-    const QNetworkInformation* information = QNetworkInformation::instance();
-    if (!m_available || !information)
+    QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.isConnected())
         return;
-    m_reachability = information->reachability();
-    connect(information, &QNetworkInformation::reachabilityChanged, this,
-            &ConnectivityWatcher::reachabilityChanged);
+    // Bound to the service's name, so that only NetworkManager is heard, also once it starts.
+    bus.connect(service, path, properties, u"PropertiesChanged"_s, this,
+                SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
+    QDBusMessage get = QDBusMessage::createMethodCall(service, path, properties, u"Get"_s);
+    get << service << u"State"_s;
+    // Not waited for: a missing NetworkManager answers with an error, which leaves the state
+    // unknown.
+    bus.callWithCallback(get, this, SLOT(stateRead(QDBusVariant)));
 }
 
 ConnectivityWatcher::~ConnectivityWatcher() = default;
 
-void ConnectivityWatcher::reachabilityChanged(QNetworkInformation::Reachability reachability) {
-    using Reachability = QNetworkInformation::Reachability;
-    const bool cameOnline =
-        reachability == Reachability::Online && m_reachability != Reachability::Online;
-    m_reachability = reachability;
+void ConnectivityWatcher::stateRead(const QDBusVariant& state) {
+    // A change announced before this answer came is newer.
+    if (m_state == 0)
+        m_state = state.variant().toUInt();
+}
+
+void ConnectivityWatcher::propertiesChanged(const QString& interface, const QVariantMap& changed,
+                                            const QStringList&) {
+    const auto state = changed.constFind(u"State"_s);
+    if (interface == service && state != changed.cend())
+        setState(state->toUInt());
+}
+
+void ConnectivityWatcher::setState(uint state) {
+    // Before NetworkManager's first answer the state is unknown, which is not online either.
+    const bool cameOnline = state == connectedGlobal && m_state != connectedGlobal;
+    m_state = state;
     if (cameOnline)
         Q_EMIT online();
 }

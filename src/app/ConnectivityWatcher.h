@@ -1,27 +1,39 @@
 #pragma once
 
-#include <QNetworkInformation>
 #include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
 
-// Tells when the computer's network connection comes back, as the system's network service
-// reports it: NetworkManager on Linux, the system's own reachability service elsewhere. Where
-// there is no such service it never says anything.
+class QDBusVariant;
+
+// Tells when the computer's network connection comes back, as NetworkManager reports it on the
+// system bus: its state becomes "connected to the internet" (the state Qt's own network
+// information calls online). Without a system bus or NetworkManager it never says anything.
 class ConnectivityWatcher : public QObject {
     Q_OBJECT
 public:
     explicit ConnectivityWatcher(QObject* parent = nullptr);
     ~ConnectivityWatcher() override;
 
-    // Whether a network service reports the connectivity.
-    bool isAvailable() const { return m_available; }
+    // Whether NetworkManager has told its state.
+    bool isAvailable() const { return m_state != 0; }
+    // NetworkManager's last state (NMState); 0 until it has answered.
+    uint state() const { return m_state; }
 
 Q_SIGNALS:
-    // The connectivity went from anything else (none, local only, unknown) to online.
+    // The state went from anything else (disconnected, connecting, local or site only, asleep)
+    // to connected to the internet.
     void online();
 
-private:
-    void reachabilityChanged(QNetworkInformation::Reachability reachability);
+private Q_SLOTS:
+    void propertiesChanged(const QString& interface, const QVariantMap& changed,
+                           const QStringList& invalidated);
+    void stateRead(const QDBusVariant& state);
 
-    bool m_available = false;
-    QNetworkInformation::Reachability m_reachability = QNetworkInformation::Reachability::Unknown;
+private:
+    void setState(uint state);
+
+    // NetworkManager's NMState; 0 (unknown) until it has answered.
+    uint m_state = 0;
 };

@@ -4,7 +4,8 @@
 
 #include <atomic>
 
-// NetworkManager as Qt's network information reads it from the system bus: the name
+// NetworkManager as programs read it from the system bus (Qt's network information reads the
+// same): the name
 // org.freedesktop.NetworkManager, the properties of its manager object (State, Connectivity,
 // PrimaryConnection, Metered) through org.freedesktop.DBus.Properties, and PropertiesChanged
 // when the state changes.
