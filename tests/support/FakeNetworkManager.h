@@ -5,10 +5,9 @@
 #include <atomic>
 
 // NetworkManager as programs read it from the system bus (Qt's network information reads the
-// same): the name
-// org.freedesktop.NetworkManager, the properties of its manager object (State, Connectivity,
-// PrimaryConnection, Metered) through org.freedesktop.DBus.Properties, and PropertiesChanged
-// when the state changes.
+// same): the name org.freedesktop.NetworkManager, the properties of its manager object (State,
+// Connectivity, PrimaryConnection, Metered) through org.freedesktop.DBus.Properties, and
+// PropertiesChanged when the state changes.
 class FakeNetworkManager : public FakeBusService {
 public:
     // NetworkManager's NMState values.
