@@ -31,12 +31,16 @@ public:
     ConnectivityWatcher* connectivityWatcher() const { return m_connectivityWatcher.get(); }
     ResumeWatcher* resumeWatcher() const { return m_resumeWatcher.get(); }
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void showSetupPrompt();
     void start(const AppConfig& config);
     void settingsChanged();
     void openSettings();
     void chooseMenu(const AppConfig& config);
+    void preferColourEmojiBeforeShown(QMenu* menu);
     void preferColourEmoji();
     void watchForReloads();
     void reloadIfOutdated();
@@ -47,6 +51,7 @@ private:
     std::unique_ptr<MenuManager> m_menuManager;
     // Created with the delegate and kept for the whole run, across every start.
     HotKeyManager m_hotKeyManager;
+    bool m_colourEmojiPreferred = false;
     // The network coming back and the computer waking up reload an outdated menu.
     std::unique_ptr<ConnectivityWatcher> m_connectivityWatcher;
     std::unique_ptr<ResumeWatcher> m_resumeWatcher;
