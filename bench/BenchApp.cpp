@@ -9,7 +9,7 @@
 #include "BenchService.h"
 
 #include "app/AppDelegate.h"
-#include "app/SingleInstance.h"
+#include "app/Application.h"
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
@@ -222,27 +222,19 @@ QCoro::Task<> criticalPath(QString apiBase) {
 int start(int argc, char* argv[]) {
     // As main.cpp, with the service's address.
     QApplication app(argc, argv);
-    QApplication::setApplicationName(u"Quillmar"_s);
-    QApplication::setOrganizationName(u"Quillmar"_s);
-    QApplication::setDesktopFileName(u"app.quillmar.Quillmar"_s);
-    QApplication::setQuitOnLastWindowClosed(false);
-    SingleInstance instance;
-    if (!instance.claim()) {
+    Application quillmar(environmentFor(QString::fromLocal8Bit(argv[2])));
+    if (!quillmar.start()) {
         std::puts("error another Quillmar runs");
         return 1;
     }
-    AppDelegate delegate(environmentFor(QString::fromLocal8Bit(argv[2])));
-    instance.setAction([target = QPointer<AppDelegate>(&delegate)] {
-        if (target && target->statusItem())
-            target->statusItem()->performClick();
-    });
-    QTimer::singleShot(0, &delegate, [&delegate] {
-        delegate.applicationDidFinishLaunching();
-        QObject::connect(delegate.statusItem(), &StatusItem::menuChanged, [](QMenu* menu) {
-            if (isFull(menu))
-                std::puts("full");
-            std::fflush(stdout);
-        });
+    // Queued after the launch, so the status item is there.
+    QTimer::singleShot(0, &quillmar, [&quillmar] {
+        QObject::connect(quillmar.delegate()->statusItem(), &StatusItem::menuChanged,
+                         [](QMenu* menu) {
+                             if (isFull(menu))
+                                 std::puts("full");
+                             std::fflush(stdout);
+                         });
     });
     return QApplication::exec();
 }

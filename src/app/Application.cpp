@@ -1,0 +1,36 @@
+#include "app/Application.h"
+
+#include <QApplication>
+#include <QTimer>
+
+#include <utility>
+
+Application::Application(Environment environment, QDBusConnection bus, QObject* parent)
+    : QObject(parent)
+    , m_environment(std::move(environment))
+    , m_instance(std::move(bus)) {
+    QApplication::setApplicationName(QStringLiteral("Quillmar"));
+    QApplication::setOrganizationName(QStringLiteral("Quillmar"));
+    QApplication::setDesktopFileName(QStringLiteral("app.quillmar.Quillmar"));
+    // A tray utility: closing its last window (settings, an alert) does not end it.
+    QApplication::setQuitOnLastWindowClosed(false);
+}
+
+Application::~Application() = default;
+
+bool Application::start() {
+    if (!m_instance.claim()) {
+        // Quillmar already runs in this session: open its menu rather than add a second icon.
+        m_instance.showMenuInRunningInstance();
+        return false;
+    }
+    m_delegate = std::make_unique<AppDelegate>(m_environment);
+    m_instance.setAction([this] { showMenu(); });
+    QTimer::singleShot(0, m_delegate.get(), &AppDelegate::applicationDidFinishLaunching);
+    return true;
+}
+
+void Application::showMenu() {
+    if (m_delegate && m_delegate->statusItem())
+        m_delegate->statusItem()->performClick();
+}

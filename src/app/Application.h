@@ -1,0 +1,39 @@
+#pragma once
+
+#include "app/AppDelegate.h"
+#include "app/SingleInstance.h"
+#include "config/Environment.h"
+
+#include <QDBusConnection>
+#include <QObject>
+
+#include <memory>
+
+// One run of Quillmar, everything main() does: the names the desktop knows it by, the one
+// instance per session and the delegate. The shipped program runs it with the default
+// Environment; tests and benchmarks with their servers' addresses.
+class Application : public QObject {
+    Q_OBJECT
+public:
+    // Needs the QApplication; sets its names and keeps it running without windows.
+    explicit Application(Environment environment = {},
+                         QDBusConnection bus = QDBusConnection::sessionBus(),
+                         QObject* parent = nullptr);
+    ~Application() override;
+
+    // Claims the session's one instance and launches once the event loop runs. False when
+    // another Quillmar already runs: that one has been asked to open its menu, and this process
+    // should end (with status 0).
+    bool start();
+
+    // None before start() succeeded.
+    AppDelegate* delegate() const { return m_delegate.get(); }
+
+    // What the hot key and ShowMenu do: opens the tray icon's menu.
+    void showMenu();
+
+private:
+    Environment m_environment;
+    SingleInstance m_instance;
+    std::unique_ptr<AppDelegate> m_delegate;
+};
