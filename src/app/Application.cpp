@@ -5,9 +5,11 @@
 
 #include <utility>
 
-Application::Application(Environment environment, QDBusConnection bus, QObject* parent)
+Application::Application(Environment environment, QDBusConnection bus, MenuManager::Timings timings,
+                         QObject* parent)
     : QObject(parent)
     , m_environment(std::move(environment))
+    , m_timings(std::move(timings))
     , m_instance(std::move(bus)) {
     QApplication::setApplicationName(QStringLiteral("Quillmar"));
     QApplication::setOrganizationName(QStringLiteral("Quillmar"));
@@ -24,7 +26,7 @@ bool Application::start() {
         m_instance.showMenuInRunningInstance();
         return false;
     }
-    m_delegate = std::make_unique<AppDelegate>(m_environment);
+    m_delegate = std::make_unique<AppDelegate>(m_environment, m_timings);
     m_instance.setAction([this] { showMenu(); });
     QTimer::singleShot(0, m_delegate.get(), &AppDelegate::applicationDidFinishLaunching);
     return true;

@@ -165,6 +165,9 @@ QCoro::Task<QList<Raindrop>> fetchIfAlive(
     co_return co_await call(api);
 }
 
+// The only line of a bookmark submenu until its first load.
+const QString loading = u"Loading…"_s;
+
 void addHeader(QMenu* menu, const QString& title) {
     menu->addAction(title)->setEnabled(false);
 }
@@ -349,34 +352,35 @@ QCoro::Task<> MenuManager::buildFullMenu() {
 
         if (!otherCollections.isEmpty()) {
             menu->addSeparator();
-            auto* submenu = newSubmenu(u"📁 Collections"_s, menu.get());
+            auto* submenu =
+                newEntryMenu(u"📁 Collections"_s, menu.get(), [](const QVariant& entry) -> ApiFetch {
+                    return [id = entry.toLongLong()](const std::shared_ptr<RaindropAPI>& a) {
+                        return a->fetchBookmarks(id);
+                    };
+                });
             for (const Collection& collection : std::as_const(otherCollections)) {
-                const qint64 id = collection.id;
                 const QString title =
                     collection.count < 1
                         ? collection.title
                         : collection.title + u"  ("_s + QString::number(collection.count) + u")"_s;
-                submenu->addAction(lazySubmenuItem(
-                    submenu, title, weakFetch([id](const std::shared_ptr<RaindropAPI>& a) {
-                        return a->fetchBookmarks(id);
-                    }),
-                    delegates));
+                submenu->addAction(MenuText::escaped(title))->setData(collection.id);
             }
             menu->addMenu(submenu);
         }
 
         if (!otherTags.isEmpty()) {
             menu->addSeparator();
-            auto* submenu = newSubmenu(u"🏷 Tags"_s, menu.get());
-            for (const Tag& tag : otherTags.first(qMin<qsizetype>(otherTags.size(), tagLimit))) {
-                const QString name = tag.name;
-                submenu->addAction(lazySubmenuItem(
-                    submenu, u"#"_s + name + u"  ("_s + QString::number(tag.count) + u")"_s,
-                    weakFetch([name](const std::shared_ptr<RaindropAPI>& a) {
+            auto* submenu =
+                newEntryMenu(u"🏷 Tags"_s, menu.get(), [](const QVariant& entry) -> ApiFetch {
+                    return [name = entry.toString()](const std::shared_ptr<RaindropAPI>& a) {
                         return a->fetchBookmarksByTag(name);
-                    }),
-                    delegates));
-            }
+                    };
+                });
+            for (const Tag& tag : otherTags.first(qMin<qsizetype>(otherTags.size(), tagLimit)))
+                submenu
+                    ->addAction(MenuText::escaped(u"#"_s + tag.name + u"  ("_s +
+                                                  QString::number(tag.count) + u")"_s))
+                    ->setData(tag.name);
             menu->addMenu(submenu);
         }
     }
@@ -427,11 +431,37 @@ QMenu* MenuManager::newSubmenu(const QString& title, QMenu* parent) {
     return submenu;
 }
 
+LazyEntryMenu* MenuManager::newEntryMenu(const QString& title, QMenu* parent,
+                                         std::function<ApiFetch(const QVariant&)> fetchFor) {
+    // An entry carries what its fetch needs (a collection's id, a tag's name) as its data.
+    auto makeSubmenu = [manager = QPointer<MenuManager>(this), fetchFor](QAction* entry) {
+        if (manager)
+            entry->setMenu(
+                manager->lazySubmenu(entry, manager->weakFetch(fetchFor(entry->data()))));
+    };
+    auto* menu = new LazyEntryMenu(title, loading, makeSubmenu, parent);
+    m_submenuPlacement.watch(menu);
+    return menu;
+}
+
 QAction* MenuManager::lazySubmenuItem(QMenu* parent, const QString& title,
                                       LazyMenuDelegate::Fetch fetch,
                                       QList<std::shared_ptr<LazyMenuDelegate>>& delegates) {
     auto* submenu = newSubmenu(MenuText::escaped(title), parent);
-    submenu->addAction(u"Loading…"_s)->setEnabled(false);
+    delegates.append(makeLazy(submenu, std::move(fetch)));
+    return submenu->menuAction();
+}
+
+QMenu* MenuManager::lazySubmenu(QAction* entry, LazyMenuDelegate::Fetch fetch) {
+    auto* submenu = newSubmenu(entry->text(), qobject_cast<QMenu*>(entry->parent()));
+    // Made after the build, it belongs to the menu that is attached (only that one shows).
+    m_lazyDelegates.append(makeLazy(submenu, std::move(fetch)));
+    return submenu;
+}
+
+std::shared_ptr<LazyMenuDelegate> MenuManager::makeLazy(QMenu* submenu,
+                                                        LazyMenuDelegate::Fetch fetch) {
+    submenu->addAction(loading)->setEnabled(false);
     auto populate = [manager = QPointer<MenuManager>(this)](QMenu* menu,
                                                             const QList<Raindrop>& bookmarks) {
         if (!manager)
@@ -442,8 +472,7 @@ QAction* MenuManager::lazySubmenuItem(QMenu* parent, const QString& title,
     auto delegate = std::make_shared<LazyMenuDelegate>(std::move(fetch), std::move(populate),
                                                        m_timings.staleness, m_timings.clock);
     delegate->attach(submenu);
-    delegates.append(delegate);
-    return submenu->menuAction();
+    return delegate;
 }
 
 LazyMenuDelegate::Fetch MenuManager::weakFetch(ApiFetch call) {

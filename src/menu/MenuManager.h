@@ -3,6 +3,7 @@
 #include "config/AppConfig.h"
 #include "config/Environment.h"
 #include "menu/BootClock.h"
+#include "menu/LazyEntryMenu.h"
 #include "menu/LazyMenuDelegate.h"
 #include "menu/SubmenuPlacement.h"
 #include "service/Raindrop.h"
@@ -115,8 +116,15 @@ private:
     void appendFooter(QMenu* menu);
     // Every submenu of the menu is made here, so that each one is placed beside its parent.
     QMenu* newSubmenu(const QString& title, QMenu* parent);
+    // The "Collections" and "Tags" submenus, whose entries get their submenus when highlighted.
+    LazyEntryMenu* newEntryMenu(const QString& title, QMenu* parent,
+                                std::function<ApiFetch(const QVariant&)> fetchFor);
     QAction* lazySubmenuItem(QMenu* parent, const QString& title, LazyMenuDelegate::Fetch fetch,
                              QList<std::shared_ptr<LazyMenuDelegate>>& delegates);
+    // The submenu of an entry of a LazyEntryMenu, made when it is first highlighted.
+    QMenu* lazySubmenu(QAction* entry, LazyMenuDelegate::Fetch fetch);
+    // Gives submenu its "Loading…" line and a delegate that fills it.
+    std::shared_ptr<LazyMenuDelegate> makeLazy(QMenu* submenu, LazyMenuDelegate::Fetch fetch);
     void addBookmarkItem(const Raindrop& bookmark, QMenu* menu);
     QAction* addBookmarkAction(QMenu* menu, const QString& title, const QVariant& bookmark,
                                void (MenuManager::*action)(QAction*));

@@ -9,6 +9,8 @@
 #include <QMenu>
 #include <QTimer>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -33,6 +35,17 @@ QList<QStringList> protocolShortcut(const QKeySequence& sequence) {
         presses.append(keys);
     }
     return presses;
+}
+
+// The properties named (all of them when none are).
+QVariantMap chosen(const QVariantMap& properties, const QStringList& names) {
+    if (names.isEmpty())
+        return properties;
+    QVariantMap chosen;
+    for (const QString& name : names)
+        if (properties.contains(name))
+            chosen.insert(name, properties.value(name));
+    return chosen;
 }
 
 } // namespace
@@ -104,6 +117,7 @@ int DBusMenuExporter::idOf(QAction* action) {
     connect(action, &QObject::destroyed, this, [this, action, id] {
         m_ids.remove(action);
         m_actions.remove(id);
+        m_placeholderEntries.remove(m_placeholderIds.take(id));
     });
     return id;
 }
@@ -119,6 +133,54 @@ QMenu* DBusMenuExporter::menuOf(int id) const {
     return action ? action->menu() : nullptr;
 }
 
+QMenu* DBusMenuExporter::menuToShow(int id) {
+    QAction* action = actionOf(id);
+    if (id != 0 && action && opensSubmenuOnDemand(action)) {
+        // The entry itself does not change for the panel: it was a submenu all along.
+        m_makingSubmenu = true;
+        action->hover();
+        m_makingSubmenu = false;
+        // The made submenu holds what its stand-in showed ("Loading…"): nothing to announce,
+        // but the panel, about to show it, should read it (AboutToShow answers "update needed").
+        if (QMenu* made = action->menu()) {
+            watch(made);
+            ++m_changes;
+        }
+    }
+    return menuOf(id);
+}
+
+bool DBusMenuExporter::opensSubmenuOnDemand(const QAction* action) {
+    if (action->menu() || action->isSeparator())
+        return false;
+    const QList<QObject*> holders = action->associatedObjects();
+    return std::any_of(holders.cbegin(), holders.cend(), [](const QObject* holder) {
+        return qobject_cast<const QMenu*>(holder) && holder->property("submenusOnDemand").toBool();
+    });
+}
+
+QVariantMap DBusMenuExporter::placeholderProperties(const QAction* entry) {
+    QString text;
+    const QList<QObject*> holders = entry->associatedObjects();
+    for (const QObject* holder : holders)
+        if (text.isEmpty())
+            text = holder->property("submenuPlaceholder").toString();
+    return {{u"label"_s, protocolLabel(text)}, {u"enabled"_s, false}, {u"visible"_s, true}};
+}
+
+DBusMenuLayoutItem DBusMenuExporter::placeholderLayout(int entryId, QAction* entry,
+                                                       const QStringList& names) {
+    auto known = m_placeholderIds.constFind(entryId);
+    if (known == m_placeholderIds.cend()) {
+        known = m_placeholderIds.insert(entryId, m_nextId++);
+        m_placeholderEntries.insert(*known, entryId);
+    }
+    DBusMenuLayoutItem item;
+    item.id = *known;
+    item.properties = chosen(placeholderProperties(entry), names);
+    return item;
+}
+
 int DBusMenuExporter::idOfMenu(const QMenu* menu) {
     if (menu == m_menu)
         return 0;
@@ -132,20 +194,14 @@ QVariantMap DBusMenuExporter::propertiesOf(QAction* action, const QStringList& n
     } else {
         properties.insert(u"label"_s, protocolLabel(action->text()));
         properties.insert(u"enabled"_s, action->isEnabled());
-        if (action->menu())
+        if (action->menu() || opensSubmenuOnDemand(action))
             properties.insert(u"children-display"_s, u"submenu"_s);
         if (!action->shortcut().isEmpty())
             properties.insert(u"shortcut"_s,
                               QVariant::fromValue(protocolShortcut(action->shortcut())));
     }
     properties.insert(u"visible"_s, action->isVisible());
-    if (names.isEmpty())
-        return properties;
-    QVariantMap chosen;
-    for (const QString& name : names)
-        if (properties.contains(name))
-            chosen.insert(name, properties.value(name));
-    return chosen;
+    return chosen(properties, names);
 }
 
 DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
@@ -156,8 +212,13 @@ DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
         item.properties.insert(u"children-display"_s, u"submenu"_s);
     else
         item.properties = propertiesOf(actionOf(id), names);
-    if (!menu || depth == 0)
+    if (depth == 0)
         return item;
+    if (!menu) {
+        if (QAction* entry = id == 0 ? nullptr : actionOf(id); entry && opensSubmenuOnDemand(entry))
+            item.children.append(placeholderLayout(id, entry, names));
+        return item;
+    }
     watch(menu);
     const QList<QAction*> actions = menu->actions();
     for (QAction* action : actions)
@@ -185,14 +246,22 @@ DBusMenuItemList DBusMenuExporter::GetGroupProperties(const QList<int>& ids,
     DBusMenuItemList items;
     // No ids: every entry.
     const QList<int> wanted = ids.isEmpty() ? m_actions.keys() : ids;
-    for (const int id : wanted)
-        if (QAction* action = actionOf(id))
+    for (const int id : wanted) {
+        if (QAction* action = actionOf(id)) {
             items.append({id, propertiesOf(action, propertyNames)});
+        } else if (const auto entry = m_placeholderEntries.constFind(id);
+                   entry != m_placeholderEntries.cend() && actionOf(*entry)) {
+            items.append({id, chosen(placeholderProperties(actionOf(*entry)), propertyNames)});
+        }
+    }
     return items;
 }
 
 QDBusVariant DBusMenuExporter::GetProperty(int id, const QString& name) {
     QAction* action = actionOf(id);
+    if (const auto entry = m_placeholderEntries.constFind(id);
+        !action && entry != m_placeholderEntries.cend() && actionOf(*entry))
+        return QDBusVariant(placeholderProperties(actionOf(*entry)).value(name));
     if (!action) {
         rejectUnknown(id);
         return {};
@@ -215,8 +284,9 @@ QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList& events) {
 
 bool DBusMenuExporter::handle(int id, const QString& eventId) {
     QAction* action = id == 0 ? nullptr : actionOf(id);
+    // A stand-in entry is disabled: nothing happens to it.
     if (id != 0 && !action)
-        return false;
+        return m_placeholderEntries.contains(id);
     if (eventId == u"clicked"_s) {
         // As in a Qt-drawn menu, an entry that opens a submenu is not chosen. Queued: the
         // action may open a modal alert, and the panel waits for this call's answer.
@@ -226,7 +296,7 @@ bool DBusMenuExporter::handle(int id, const QString& eventId) {
         if (action)
             action->hover();
     } else if (eventId == u"opened"_s) {
-        if (QMenu* menu = menuOf(id); menu && !m_open.contains(menu))
+        if (QMenu* menu = menuToShow(id); menu && !m_open.contains(menu))
             opened(menu);
     } else if (eventId == u"closed"_s) {
         if (QMenu* menu = menuOf(id)) {
@@ -243,14 +313,14 @@ void DBusMenuExporter::opened(QMenu* menu) {
 }
 
 bool DBusMenuExporter::AboutToShow(int id) {
-    QMenu* menu = menuOf(id);
+    const quint64 before = m_changes;
+    QMenu* menu = menuToShow(id);
     if (!menu) {
         rejectUnknown(id);
         return false;
     }
     // Whatever the menu changes before it is shown (an entry enabled, a submenu filled from a
-    // cache) is worth reading again at once.
-    const quint64 before = m_changes;
+    // cache, made on demand) is worth reading again at once.
     opened(menu);
     return m_changes != before;
 }
@@ -259,12 +329,12 @@ QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int>& ids, QList<int>&
     QList<int> updatesNeeded;
     idErrors.clear();
     for (const int id : ids) {
-        QMenu* menu = menuOf(id);
+        const quint64 before = m_changes;
+        QMenu* menu = menuToShow(id);
         if (!menu) {
             idErrors.append(id);
             continue;
         }
-        const quint64 before = m_changes;
         opened(menu);
         if (m_changes != before)
             updatesNeeded.append(id);
@@ -293,7 +363,8 @@ bool DBusMenuExporter::eventFilter(QObject* watched, QEvent* event) {
     case QEvent::ActionRemoved:
     case QEvent::ActionChanged: {
         auto* menu = static_cast<QMenu*>(watched);
-        changed(menu);
+        if (!m_makingSubmenu)
+            changed(menu);
         if (event->type() != QEvent::ActionRemoved) {
             QAction* action = static_cast<QActionEvent*>(event)->action();
             if (action->menu())

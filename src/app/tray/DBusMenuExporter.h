@@ -72,6 +72,16 @@ private:
     QAction* actionOf(int id) const;
     // The menu an id opens: the published menu for 0, else the entry's submenu.
     QMenu* menuOf(int id) const;
+    // The same for a menu the panel is about to show: an entry whose menu makes submenus on
+    // demand is given its submenu first.
+    QMenu* menuToShow(int id);
+    // Whether action is an entry of a menu with the property "submenusOnDemand" that has not got
+    // its submenu yet: the menu makes it when the entry is highlighted. Until then a panel reads
+    // the submenu as one disabled entry, the text of the menu's property "submenuPlaceholder"
+    // ("Loading…"), which is what the submenu would show when made.
+    static bool opensSubmenuOnDemand(const QAction* action);
+    DBusMenuLayoutItem placeholderLayout(int entryId, QAction* entry, const QStringList& names);
+    static QVariantMap placeholderProperties(const QAction* entry);
     int idOfMenu(const QMenu* menu);
     QVariantMap propertiesOf(QAction* action, const QStringList& names = {});
     DBusMenuLayoutItem layoutOf(int id, QMenu* menu, int depth, const QStringList& names);
@@ -86,6 +96,11 @@ private:
     QPointer<QMenu> m_menu;
     QHash<QAction*, int> m_ids;
     QHash<int, QPointer<QAction>> m_actions;
+    // The stand-in entries of submenus not made yet (kept once made, for the panels that still
+    // know them): by the entry's id, and the other way.
+    QHash<int, int> m_placeholderIds;
+    QHash<int, int> m_placeholderEntries;
+    bool m_makingSubmenu = false;
     int m_nextId = 1;
     uint m_revision = 1;
     QSet<const QMenu*> m_watched;
