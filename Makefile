@@ -14,12 +14,18 @@ IDLE_SECONDS ?= 600
 TEST_FUZZ_SECONDS ?= 5
 FUZZ_SECONDS ?= 300
 
+# Qt's SVG plugin draws the tray icon; the fonts draw the menus' emoji and symbols.
 BUILD_PACKAGES := cmake ninja-build g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
-	qcoro-qt6-dev libqt6svg6 qt6-svg-dev libxcb1-dev libxcb-keysyms1-dev libx11-dev \
+	qcoro-qt6-dev libqt6svg6 libxcb1-dev libxcb-keysyms1-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11
-TEST_PACKAGES := $(RUN_PACKAGES) qt6-httpserver-dev xclip openssl dbus-daemon \
-	appstream desktop-file-utils dpkg-dev file clang libclang-rt-14-dev \
+# x11-xkb-utils (setxkbmap): keyboard layouts the recorder is tested under;
+# dbus-daemon and gdbus (libglib2.0-bin): private buses and calls as a desktop makes them;
+# dpkg-dev and file: CPack's package; appstream, desktop-file-utils and python3-debian check what
+# it installs; clang and its runtime: the fuzzers; XTest and Damage: the hot key benchmark presses
+# the key and sees the menu drawn.
+TEST_PACKAGES := $(RUN_PACKAGES) xclip dbus-daemon libglib2.0-bin x11-xkb-utils \
+	appstream desktop-file-utils python3-debian dpkg-dev file clang libclang-rt-14-dev \
 	libxcb-xtest0-dev libxcb-damage0-dev
 
 .PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz bench

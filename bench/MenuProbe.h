@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 struct xcb_connection_t;
-struct xcb_key_symbols_t;
+using xcb_key_symbols_t = struct _XCBKeySymbols;
 
 // Presses keys as a person would (XTest) and sees a program's menu appear on the X server: the
 // moment its window is mapped and the moment its first frame has been drawn into it (the X

@@ -1,5 +1,6 @@
 #include "app/Alert.h"
 
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -9,6 +10,11 @@ int Alert::run(const QString& message, const QString& informativeText, Style sty
     box.setWindowTitle(QStringLiteral("Quillmar"));
     box.setText(message);
     box.setInformativeText(informativeText);
+    // Messages are shown as they stand: a version or an error body with markup in it is text,
+    // never formatting or a link. Qt guesses the format of each label on its own otherwise.
+    box.setTextFormat(Qt::PlainText);
+    if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel")))
+        informative->setTextFormat(Qt::PlainText);
     box.setIcon(style == Style::Warning ? QMessageBox::Warning : QMessageBox::Information);
     // The message reads as a heading above the informative text, and the box is wide enough
     // for a sentence per line rather than a word.

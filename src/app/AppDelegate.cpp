@@ -22,6 +22,9 @@ AppDelegate::~AppDelegate() = default;
 void AppDelegate::applicationDidFinishLaunching() {
     // The settings window talks to the same service as the menu.
     SettingsWindowController::setEnvironment(m_environment);
+    // The drop in every window's title bar and the task bar, the alerts' too.
+    QApplication::setWindowIcon(StatusItem::dropIcon());
+    m_colorScheme = std::make_unique<ColorSchemeFollower>();
     m_statusItem = std::make_unique<StatusItem>();
     // The font is chosen just before the first text is shown (a menu, the settings, an alert),
     // not at the start: finding the default font's family reads fontconfig's configuration and

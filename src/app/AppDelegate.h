@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ColorSchemeFollower.h"
 #include "app/ConnectivityWatcher.h"
 #include "app/HotKeyManager.h"
 #include "app/ResumeWatcher.h"
@@ -25,6 +26,8 @@ public:
     void applicationDidFinishLaunching();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
+    // Follows the desktop's light or dark preference from launch on.
+    ColorSchemeFollower* colorScheme() const { return m_colorScheme.get(); }
     // The newest menu manager; none before the first start with a token.
     MenuManager* menuManager() const { return m_menuManager.get(); }
     // What reloads an outdated menu; none until the event loop has run after the launch.
@@ -47,6 +50,7 @@ private:
 
     Environment m_environment;
     MenuManager::Timings m_timings;
+    std::unique_ptr<ColorSchemeFollower> m_colorScheme;
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<MenuManager> m_menuManager;
     // Created with the delegate and kept for the whole run, across every start.

@@ -1,5 +1,7 @@
 #include "app/Application.h"
 
+#include "settings/SettingsWindowController.h"
+
 #include <QApplication>
 #include <QTimer>
 
@@ -10,7 +12,8 @@ Application::Application(Environment environment, QDBusConnection bus, MenuManag
     : QObject(parent)
     , m_environment(std::move(environment))
     , m_timings(std::move(timings))
-    , m_instance(std::move(bus)) {
+    , m_instance(std::move(bus))
+    , m_desktopAdaptor(new DesktopApplicationAdaptor(&m_instance, m_instance.connection())) {
     QApplication::setApplicationName(QStringLiteral("Quillmar"));
     QApplication::setOrganizationName(QStringLiteral("Quillmar"));
     QApplication::setDesktopFileName(QStringLiteral("app.quillmar.Quillmar"));
@@ -28,6 +31,10 @@ bool Application::start() {
     }
     m_delegate = std::make_unique<AppDelegate>(m_environment, m_timings);
     m_instance.setAction([this] { showMenu(); });
+    m_desktopAdaptor->setMenuAction([this] { showMenu(); });
+    m_desktopAdaptor->setSettingsAction(
+        [this](const QString& activationToken) { showSettings(activationToken); });
+    // Queued before any D-Bus call can arrive, so every call finds the status item in place.
     QTimer::singleShot(0, m_delegate.get(), &AppDelegate::applicationDidFinishLaunching);
     return true;
 }
@@ -35,4 +42,17 @@ bool Application::start() {
 void Application::showMenu() {
     if (m_delegate && m_delegate->statusItem())
         m_delegate->statusItem()->performClick();
+}
+
+void Application::showSettings(const QString& activationToken) {
+    // Qt's Wayland plugin hands this variable to the compositor with the next window activation,
+    // which show() asks for, and then clears it. Set only for that call, so that no program
+    // started later (the browser) inherits a token that is not its own.
+    const bool passToken = !activationToken.isEmpty() &&
+                           QGuiApplication::platformName().startsWith(QStringLiteral("wayland"));
+    if (passToken)
+        qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+    SettingsWindowController::show();
+    if (passToken)
+        qunsetenv("XDG_ACTIVATION_TOKEN");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/AppDelegate.h"
+#include "app/DesktopApplicationAdaptor.h"
 #include "app/SingleInstance.h"
 #include "config/Environment.h"
 
@@ -10,8 +11,9 @@
 #include <memory>
 
 // One run of Quillmar, everything main() does: the names the desktop knows it by, the one
-// instance per session and the delegate. The shipped program runs it with the default
-// Environment; tests and benchmarks with their servers' addresses.
+// instance per session with its D-Bus methods (ShowMenu and org.freedesktop.Application) and
+// the delegate. The shipped program runs it with the default Environment; tests and benchmarks
+// with their servers' addresses.
 class Application : public QObject {
     Q_OBJECT
 public:
@@ -30,12 +32,18 @@ public:
     // None before start() succeeded.
     AppDelegate* delegate() const { return m_delegate.get(); }
 
-    // What the hot key and ShowMenu do: opens the tray icon's menu.
+    // What the hot key, ShowMenu, Activate and the "open-menu" action do: opens the tray icon's
+    // menu.
     void showMenu();
+    // The "settings" action: shows the settings window, with the focus a launcher's activation
+    // token grants (empty: none).
+    void showSettings(const QString& activationToken);
 
 private:
     Environment m_environment;
     MenuManager::Timings m_timings;
     SingleInstance m_instance;
+    // Made on the instance's object, which owns it.
+    DesktopApplicationAdaptor* m_desktopAdaptor;
     std::unique_ptr<AppDelegate> m_delegate;
 };

@@ -25,8 +25,10 @@ SingleInstance::~SingleInstance() {
 bool SingleInstance::claim() {
     if (!m_bus.isConnected())
         return true;
-    // The object is in place before the name, so whoever finds the name also finds the method.
-    if (!m_bus.registerObject(objectPath(), this, QDBusConnection::ExportAllSlots))
+    // The object is in place before the name, so whoever finds the name also finds the methods:
+    // ShowMenu, and those of the adaptors made on this object (org.freedesktop.Application).
+    if (!m_bus.registerObject(objectPath(), this,
+                              QDBusConnection::ExportAllSlots | QDBusConnection::ExportAdaptors))
         return true;
     const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
         m_bus.interface()->registerService(serviceName(),

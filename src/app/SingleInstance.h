@@ -9,6 +9,7 @@
 // One Quillmar per desktop session. The running one owns the session-bus name
 // "app.quillmar.Quillmar" and offers ShowMenu there, which does what the hot key does: a second
 // start, or a key bound to a D-Bus call in the desktop's own keyboard settings, opens the menu.
+// Adaptors made on this object before claim() are offered at the same path.
 class SingleInstance : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "app.quillmar.Quillmar")
@@ -26,6 +27,9 @@ public:
     bool claim();
     // Asks the Quillmar holding the name to show its menu; true once it has answered.
     bool showMenuInRunningInstance();
+
+    // The bus the name is claimed on.
+    QDBusConnection connection() const { return m_bus; }
 
     // What ShowMenu runs, from the event loop.
     void setAction(std::function<void()> action);

@@ -48,6 +48,7 @@ StatusItem::StatusItem(QObject* parent)
 }
 
 StatusItem::~StatusItem() {
+    delete m_waitingMenu;
     delete m_menu;
 }
 
@@ -60,7 +61,8 @@ void StatusItem::panelStarted() {
 }
 
 bool StatusItem::useStatusNotifierItem() {
-    auto item = std::make_unique<StatusNotifierItem>(u"quillmar"_s, u"Quillmar"_s, dropIcon());
+    auto item = std::make_unique<StatusNotifierItem>(u"quillmar"_s, u"Quillmar"_s, dropIcon(),
+                                                     u"app.quillmar.Quillmar-symbolic"_s);
     if (!item->registerItem())
         return false;
     connect(item.get(), &StatusNotifierItem::activated, this, [this](QPoint at) {
@@ -68,6 +70,9 @@ bool StatusItem::useStatusNotifierItem() {
         popupAt(at);
     });
     connect(item.get(), &StatusNotifierItem::contextMenuRequested, this, &StatusItem::popupAt);
+    // Queued: the panel's call that closed it is answered first.
+    connect(item.get(), &StatusNotifierItem::menuClosed, this, &StatusItem::closed,
+            Qt::QueuedConnection);
     item->setMenu(m_menu);
     m_notifierItem = std::move(item);
     return true;
@@ -76,6 +81,30 @@ bool StatusItem::useStatusNotifierItem() {
 void StatusItem::setMenu(QMenu* menu) {
     if (menu == m_menu)
         return;
+    if (isMenuOpen()) {
+        if (m_waitingMenu != menu)
+            delete m_waitingMenu;
+        m_waitingMenu = menu;
+        return;
+    }
+    attach(menu);
+}
+
+bool StatusItem::isMenuOpen() const {
+    return (m_menu && m_menu->isVisible()) || (m_notifierItem && m_notifierItem->isMenuOpen());
+}
+
+void StatusItem::closed() {
+    if (isMenuOpen())
+        return;
+    if (m_waitingMenu)
+        attach(m_waitingMenu);
+    Q_EMIT menuClosed();
+}
+
+void StatusItem::attach(QMenu* menu) {
+    if (menu == m_waitingMenu)
+        m_waitingMenu = nullptr;
     QMenu* previous = m_menu;
     m_menu = menu;
     if (m_notifierItem)
@@ -86,6 +115,9 @@ void StatusItem::setMenu(QMenu* menu) {
         previous->hide();
         previous->deleteLater();
     }
+    // Queued: the menu is still closing when it says so.
+    if (menu)
+        connect(menu, &QMenu::aboutToHide, this, &StatusItem::closed, Qt::QueuedConnection);
     Q_EMIT menuChanged(menu);
 }
 

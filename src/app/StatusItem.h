@@ -23,13 +23,18 @@ public:
     ~StatusItem() override;
 
     // Attaches a menu, taking ownership. The previous menu is released once control returns to
-    // the event loop, so an action of the old menu may safely replace it.
+    // the event loop, so an action of the old menu may safely replace it. While a menu is open
+    // (the program's own or the panel's), the new one waits until it closes: a menu is never
+    // replaced under the user. A newer menu replaces one still waiting.
     void setMenu(QMenu* menu);
     QMenu* menu() const { return m_menu; }
 
     // Opens the attached menu as a click on the icon does: below (or above) the icon, or where
     // the panel last reported a click, or at the pointer when neither is known.
     void performClick();
+
+    // Whether the menu is open now: the program's own, or the panel's by what the panel said.
+    bool isMenuOpen() const;
 
     // Whether the icon is a StatusNotifierItem rather than an XEmbed icon.
     bool isStatusNotifierItem() const { return m_notifierItem != nullptr; }
@@ -38,6 +43,8 @@ public:
 
 Q_SIGNALS:
     void menuChanged(QMenu* menu);
+    // The open menu closed (after a menu waiting for that was attached).
+    void menuClosed();
 
 private Q_SLOTS:
     // Moves the icon to a panel that has started taking StatusNotifierItems.
@@ -46,6 +53,9 @@ private Q_SLOTS:
 private:
     bool useStatusNotifierItem();
     void popupAt(QPoint at);
+    void attach(QMenu* menu);
+    // A menu closed: attaches the one waiting, once nothing is open any more.
+    void closed();
 
     // The XEmbed icon; none when the icon was a StatusNotifierItem from the start.
     std::unique_ptr<QSystemTrayIcon> m_trayIcon;
@@ -53,6 +63,8 @@ private:
     // Watches for a panel while the icon is an XEmbed one.
     std::unique_ptr<QDBusServiceWatcher> m_panelWatcher;
     QPointer<QMenu> m_menu;
+    // A menu waiting for the open one to close.
+    QPointer<QMenu> m_waitingMenu;
     // Where the panel last reported a click on the StatusNotifierItem.
     std::optional<QPoint> m_lastClick;
 };

@@ -10,6 +10,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const char* delegateProperty = "quillmarLazyMenuDelegate";
+// True while the menu is being filled, for whoever shows it elsewhere (a panel waits for it).
+const char* loadingProperty = "loading";
 
 } // namespace
 
@@ -60,12 +62,15 @@ QCoro::Task<> LazyMenuDelegate::load(QPointer<QMenu> menu, bool firstLoad) {
     const std::shared_ptr<LazyMenuDelegate> self = shared_from_this();
     if (!menu)
         co_return;
+    ++m_loads;
+    menu->setProperty(loadingProperty, true);
     std::optional<QList<Raindrop>> bookmarks;
     try {
         bookmarks = co_await m_fetch();
     } catch (const ServiceError&) {
         // Shown below as "Failed to load" on a first load; an older list stays otherwise.
     }
+    --m_loads;
     if (!menu)
         co_return;
     if (!bookmarks) {
@@ -75,10 +80,12 @@ QCoro::Task<> LazyMenuDelegate::load(QPointer<QMenu> menu, bool firstLoad) {
             menu->addAction(u"Failed to load"_s)->setEnabled(false);
             keepBesideParent(menu, before);
         }
-        co_return;
+    } else {
+        m_loadedAt = m_clock();
+        show(menu, *bookmarks);
     }
-    m_loadedAt = m_clock();
-    show(menu, *bookmarks);
+    if (m_loads == 0)
+        menu->setProperty(loadingProperty, false);
 }
 
 void LazyMenuDelegate::show(QMenu* menu, const QList<Raindrop>& bookmarks) {

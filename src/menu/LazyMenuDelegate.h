@@ -36,7 +36,8 @@ public:
     static std::shared_ptr<LazyMenuDelegate> of(const QMenu* menu);
 
     // Loads the bookmarks unless the last load is fresh. Returns at once: the menu shows what it
-    // has ("Loading…", or the older items) until the answer arrives.
+    // has ("Loading…", or the older items) until the answer arrives. While it loads, the menu's
+    // property "loading" is true.
     void menuNeedsUpdate(QMenu* menu);
     // Fetches the bookmarks so that the service client's cache holds them; changes nothing else.
     void prefetch();
@@ -59,4 +60,6 @@ private:
     Clock m_clock;
     std::optional<TimePoint> m_loadedAt;
     QSet<qint64> m_loadedIds;
+    // Loads under way (one per opening; nothing stops a second before the first ends).
+    int m_loads = 0;
 };

@@ -210,6 +210,16 @@ void MenuManager::loadData() {
 }
 
 void MenuManager::refresh() {
+    // A menu the user is reading is never rebuilt under them: the refresh waits until it closes.
+    if (m_statusItem->isMenuOpen()) {
+        if (!m_refreshWaiting) {
+            m_refreshWaiting = true;
+            connect(m_statusItem, &StatusItem::menuClosed, this, &MenuManager::refresh,
+                    Qt::SingleShotConnection);
+        }
+        return;
+    }
+    m_refreshWaiting = false;
     m_api->clearCache();
     for (const auto& delegate : std::as_const(m_lazyDelegates))
         delegate->reset();
@@ -222,31 +232,14 @@ void MenuManager::reloadIfOutdated() {
         m_reloadAfterBuild = true;
         return;
     }
-    if (!isOutdated())
-        return;
-    if (isMenuOpen()) {
-        if (!m_reloadWhenClosed)
-            connect(
-                m_statusItem->menu(), &QMenu::aboutToHide, this,
-                [this] {
-                    m_reloadWhenClosed = false;
-                    reloadIfOutdated();
-                },
-                Qt::ConnectionType(Qt::QueuedConnection | Qt::SingleShotConnection));
-        m_reloadWhenClosed = true;
-        return;
-    }
-    refresh();
+    // Under an open menu, the refresh waits until it closes.
+    if (isOutdated())
+        refresh();
 }
 
 bool MenuManager::isOutdated() const {
     return !m_lastBuildStart || m_lastBuildFailed ||
            m_timings.bootClock() - *m_lastBuildStart > m_timings.refreshInterval;
-}
-
-bool MenuManager::isMenuOpen() const {
-    const QMenu* menu = m_statusItem->menu();
-    return menu && menu->isVisible();
 }
 
 QCoro::Task<> MenuManager::buildFullMenu() {

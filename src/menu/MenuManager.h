@@ -63,12 +63,13 @@ public:
     void buildInitialMenu();
     // Starts building the full menu (attached when complete) and restarts the refresh timer.
     void loadData();
-    // Forgets every cached list and loaded submenu, then rebuilds.
+    // Forgets every cached list and loaded submenu, then rebuilds; once the menu has closed,
+    // when it is open.
     void refresh();
     // The network came back or the computer woke up: refreshes as the refresh timer does when
     // the last full build failed or is older than the refresh interval, and does nothing
-    // otherwise. While a build runs it starts none (that build is followed by a refresh if it
-    // fails), and while the menu is open it waits until the menu has closed.
+    // otherwise. While a build runs it starts none (it looks again once that build is attached),
+    // and while the menu is open the refresh waits until the menu has closed.
     void reloadIfOutdated();
     // The attached menu is about to open: "📋 Add Clipboard URL" follows the clipboard.
     void menuWillOpen(QMenu* menu);
@@ -112,7 +113,6 @@ private:
 
     QCoro::Task<> buildFullMenu();
     bool isOutdated() const;
-    bool isMenuOpen() const;
     void appendFooter(QMenu* menu);
     // Every submenu of the menu is made here, so that each one is placed beside its parent.
     QMenu* newSubmenu(const QString& title, QMenu* parent);
@@ -146,9 +146,9 @@ private:
     int m_buildsInFlight = 0;
     std::optional<std::chrono::nanoseconds> m_lastBuildStart;
     bool m_lastBuildFailed = false;
-    // A reload asked for while a build ran, or while the menu was open.
+    // A reload asked for while a build ran.
     bool m_reloadAfterBuild = false;
-    bool m_reloadWhenClosed = false;
+    bool m_refreshWaiting = false;
     QPointer<QAction> m_addClipboardItem;
     QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;

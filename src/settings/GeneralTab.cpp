@@ -1,10 +1,12 @@
 #include "settings/GeneralTab.h"
 
+#include "settings/LinkLabel.h"
 #include "settings/PinList.h"
 #include "settings/PinRow.h"
 #include "settings/SettingsStyle.h"
 #include "settings/SettingsViewModel.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -34,6 +36,7 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
     m_tokenField = new QLineEdit(this);
     m_tokenField->setObjectName(u"tokenField"_s);
     m_tokenField->setPlaceholderText(u"Paste your Raindrop API token"_s);
+    m_tokenField->setAccessibleName(u"API Token"_s);
     tokenRow->addWidget(m_tokenField, 1);
     m_loadButton = new QPushButton(u"Load"_s, this);
     m_loadButton->setObjectName(u"loadButton"_s);
@@ -42,16 +45,10 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
 
     const QString host = QUrl(environment.webApp).host();
     const QString target = environment.webApp + u"/settings/integrations"_s;
-    auto* link = new QLabel(this);
-    link->setObjectName(u"tokenLink"_s);
-    link->setFont(SettingsStyle::captionFont(link->font()));
-    link->setTextFormat(Qt::RichText);
-    link->setText(u"<a href=\"%1\">%2</a>"_s.arg(
-        target.toHtmlEscaped(),
-        (u"Get your API token at "_s + host + u" → Integrations"_s).toHtmlEscaped()));
-    link->setOpenExternalLinks(true);
-    link->setToolTip(target);
-    tokenSection->addWidget(link, 0, Qt::AlignLeft);
+    m_link = new LinkLabel(target, u"Get your API token at "_s + host + u" → Integrations"_s, this);
+    m_link->setObjectName(u"tokenLink"_s);
+    m_link->setFont(SettingsStyle::captionFont(m_link->font()));
+    tokenSection->addWidget(m_link, 0, Qt::AlignLeft);
     layout->addLayout(tokenSection);
 
     // Exactly one of: the loading row, the two lists, the hint, nothing.
@@ -66,7 +63,7 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
     spinner->setFixedSize(80, 12);
     loadingLayout->addWidget(spinner);
     auto* loadingText = new QLabel(u"Loading…"_s, m_loadingRow);
-    SettingsStyle::setTextColor(loadingText, SettingsStyle::secondaryColor(palette()));
+    loadingText->setForegroundRole(SettingsStyle::secondaryRole);
     loadingLayout->addWidget(loadingText);
     loadingLayout->addStretch(1);
     layout->addWidget(m_loadingRow);
@@ -88,7 +85,7 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
 
     m_hint = new QLabel(u"Click Load to fetch your collections and tags."_s, this);
     m_hint->setObjectName(u"loadHint"_s);
-    SettingsStyle::setTextColor(m_hint, SettingsStyle::secondaryColor(palette()));
+    m_hint->setForegroundRole(SettingsStyle::secondaryRole);
     layout->addWidget(m_hint);
 
     m_error = new QLabel(this);
@@ -98,7 +95,7 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
     m_error->setTextFormat(Qt::PlainText);
     m_error->setWordWrap(true);
     m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    SettingsStyle::setTextColor(m_error, QColor(0xE0, 0x1B, 0x24));
+    updateErrorColor();
     layout->addWidget(m_error);
     layout->addStretch(1);
 
@@ -136,6 +133,16 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
     updateError();
 }
 
+void GeneralTab::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange)
+        updateErrorColor();
+    QWidget::changeEvent(event);
+}
+
+void GeneralTab::updateErrorColor() {
+    SettingsStyle::setTextColor(m_error, SettingsStyle::errorColor(palette()));
+}
+
 void GeneralTab::showToken() {
     // Only when it differs, so that typing keeps the cursor where it is.
     if (m_tokenField->text() != m_model->token())
@@ -169,6 +176,7 @@ void GeneralTab::rebuildCollectionRows() {
         rows.append(row);
     }
     m_collectionsList->setRows(rows);
+    updateTabOrder();
 }
 
 void GeneralTab::rebuildTagRows() {
@@ -185,6 +193,17 @@ void GeneralTab::rebuildTagRows() {
         rows.append(row);
     }
     m_tagsList->setRows(rows);
+    updateTabOrder();
+}
+
+void GeneralTab::updateTabOrder() {
+    // Rows made after the window are otherwise reached last, after "Save"; they belong right
+    // after the link, collections first.
+    QWidget* previous = m_link;
+    for (PinRow* row : m_collectionsList->rows() + m_tagsList->rows()) {
+        setTabOrder(previous, row);
+        previous = row;
+    }
 }
 
 void GeneralTab::updateCollectionTicks() {

@@ -24,7 +24,12 @@ public:
 
     GeneralTab(SettingsViewModel* model, const Environment& environment, QWidget* parent = nullptr);
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
+    void updateErrorColor();
+    void updateTabOrder();
     void showToken();
     void updateButtons();
     void updateMiddle();
@@ -37,6 +42,7 @@ private:
     SettingsViewModel* m_model;
     QLineEdit* m_tokenField;
     QPushButton* m_loadButton;
+    QLabel* m_link;
     QWidget* m_loadingRow;
     QWidget* m_listsRow;
     QLabel* m_hint;

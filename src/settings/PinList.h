@@ -21,8 +21,13 @@ public:
     void setRows(const QList<PinRow*>& rows);
     QList<PinRow*> rows() const { return m_rows; }
 
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     QString m_title;
+    QWidget* m_box;
     QScrollArea* m_scrollArea;
     QVBoxLayout* m_rowLayout;
     QList<PinRow*> m_rows;

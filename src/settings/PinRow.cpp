@@ -12,21 +12,28 @@ PinRow::PinRow(QString label, std::optional<QString> badge, bool pinned,
     : QAbstractButton(parent)
     , m_label(std::move(label))
     , m_badge(std::move(badge))
-    , m_pinned(pinned)
     , m_toggle(std::move(toggle)) {
-    // Like a plain list line: clicking it does not pull the keyboard away from the token field.
-    setFocusPolicy(Qt::NoFocus);
+    // Tab reaches it and Space toggles it; a click does not pull the keyboard away from the token
+    // field, as a plain list line would not.
+    setFocusPolicy(Qt::TabFocus);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    setText(m_label);
+    // "&" is shown as it is, never made a keyboard mnemonic.
+    setText(QString(m_label).replace(u'&', QStringLiteral("&&")));
     setToolTip(m_label);
+    // Checkable, so that screen readers hear a check box and whether it is ticked.
+    setCheckable(true);
+    setChecked(pinned);
+    if (m_badge)
+        setAccessibleDescription(*m_badge);
     connect(this, &QAbstractButton::clicked, this, [this] { m_toggle(); });
 }
 
 void PinRow::setPinned(bool pinned) {
-    if (m_pinned == pinned)
-        return;
-    m_pinned = pinned;
-    update();
+    setChecked(pinned);
+}
+
+void PinRow::nextCheckState() {
+    // A click only runs toggle; the tick follows the model through setPinned.
 }
 
 QSize PinRow::sizeHint() const {
@@ -47,7 +54,18 @@ void PinRow::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     const QRect area = rect().adjusted(0, verticalPadding, 0, -verticalPadding);
     const QRectF box(area.left(), area.top() + (area.height() - boxSize) / 2.0, boxSize, boxSize);
-    SettingsStyle::paintCheckBox(painter, box, m_pinned, palette());
+    if (hasFocus()) {
+        // The keyboard focus: the row tinted with the accent, as a list marks its current line.
+        QColor tint = SettingsStyle::accentColor(palette());
+        tint.setAlphaF(0.2f);
+        painter.save();
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(tint);
+        painter.drawRoundedRect(QRectF(rect()), 3, 3);
+        painter.restore();
+    }
+    SettingsStyle::paintCheckBox(painter, box, isChecked(), palette());
 
     int right = area.right() + 1;
     if (m_badge) {
@@ -63,7 +81,8 @@ void PinRow::paintEvent(QPaintEvent*) {
     const int left = boxSize + spacing;
     const QFontMetrics metrics(font());
     painter.setFont(font());
-    painter.setPen(palette().color(QPalette::WindowText));
+    // Lists are drawn on the control background, whose text colour this is.
+    painter.setPen(palette().color(QPalette::Text));
     const QRect labelArea(left, area.top(), std::max(0, right - left), area.height());
     painter.drawText(labelArea, Qt::AlignLeft | Qt::AlignVCenter,
                      metrics.elidedText(m_label, Qt::ElideRight, labelArea.width()));

@@ -7,8 +7,8 @@
 #include <optional>
 
 // One clickable line of a pin list: a tick box, the label and an optional badge at the right.
-// The whole line is the button; a click runs toggle and changes nothing else, the owner sets
-// the tick from its model.
+// The whole line is the button; a click (or Space while it has the focus) runs toggle and changes
+// nothing else, the owner sets the tick from its model.
 class PinRow : public QAbstractButton {
     Q_OBJECT
 public:
@@ -21,7 +21,7 @@ public:
 
     QString label() const { return m_label; }
     std::optional<QString> badge() const { return m_badge; }
-    bool isPinned() const { return m_pinned; }
+    bool isPinned() const { return isChecked(); }
     void setPinned(bool pinned);
 
     QSize sizeHint() const override;
@@ -29,10 +29,10 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void nextCheckState() override;
 
 private:
     QString m_label;
     std::optional<QString> m_badge;
-    bool m_pinned;
     std::function<void()> m_toggle;
 };

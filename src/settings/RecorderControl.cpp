@@ -12,35 +12,11 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-// The key under a shifted symbol on the US layout, whose positions the configuration's key
-// codes number: Shift+1 arrives as "!", yet the key to register is the 1 key.
-std::optional<int> unshiftedKey(int qtKey) {
-    static const QString shifted = uR"(!@#$%^&*()_+{}|:"<>?~)"_s;
-    static const QString unshifted = uR"(1234567890-=[]\;',./`)"_s;
-    if (qtKey < 0x20 || qtKey > 0x7e)
-        return std::nullopt;
-    const qsizetype index = shifted.indexOf(QChar(qtKey));
-    if (index < 0)
-        return std::nullopt;
-    return unshifted.at(index).unicode();
-}
-
-std::optional<std::uint16_t> keyCodeFor(int qtKey) {
-    if (const auto code = KeyCodeTable::keyCode(qtKey))
-        return code;
-    if (const auto base = unshiftedKey(qtKey))
-        return KeyCodeTable::keyCode(*base);
-    return std::nullopt;
-}
-
-} // namespace
-
 RecorderControl::RecorderControl(QWidget* parent)
     : QWidget(parent)
     , m_label(new QLabel(this)) {
-    setFocusPolicy(Qt::ClickFocus);
+    // Tab reaches it and Space starts a recording, as a click does.
+    setFocusPolicy(Qt::StrongFocus);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 
     m_label->setObjectName(QStringLiteral("recorderLabel"));
@@ -74,6 +50,16 @@ QString RecorderControl::keyLabel(int qtKey) {
         qtKey = Qt::Key_Tab;
     const QString name = QKeySequence(qtKey).toString(QKeySequence::NativeText).toUpper();
     return name.isEmpty() ? u"?"_s : name;
+}
+
+QString RecorderControl::keyLabel(const QKeyEvent& event) {
+    // The character the key types in the current layout ("Л" for the K key under a Russian
+    // layout, "!" for Shift+1). With Ctrl held the platform may send a control character
+    // instead; then, and for keys that type nothing visible, the key's name.
+    const QString text = event.text();
+    if (text.size() == 1 && text.at(0).isPrint() && !text.at(0).isSpace())
+        return text.toUpper();
+    return keyLabel(event.key());
 }
 
 void RecorderControl::startRecording() {
@@ -110,7 +96,7 @@ void RecorderControl::handleKeyEvent(const QKeyEvent* event) {
     // Keys without a code in the table cannot be stored or registered: media keys, and the
     // modifier keys themselves, which arrive on their own on the way to a combination. They
     // are swallowed and recording goes on.
-    const std::optional<std::uint16_t> code = keyCodeFor(event->key());
+    const std::optional<std::uint16_t> code = KeyCodeTable::keyCode(*event);
     if (!code)
         return;
     if (*code == escapeKeyCode) {
@@ -129,10 +115,20 @@ void RecorderControl::handleKeyEvent(const QKeyEvent* event) {
         KeyCodeTable::modifierFlags(event->modifiers()) & ShortcutConfig::ModifierMask;
     if (flags == 0)
         return;
-    m_shortcut = ShortcutConfig{*code, flags, keyLabel(event->key())};
+    m_shortcut = ShortcutConfig{*code, flags, keyLabel(*event)};
     updateDisplay();
     Q_EMIT changed(m_shortcut);
     stopRecording();
+}
+
+void RecorderControl::keyPressEvent(QKeyEvent* event) {
+    // While recording, key presses never get here: the application filter takes them.
+    if (event->key() == Qt::Key_Space && event->modifiers() == Qt::NoModifier) {
+        startRecording();
+        event->accept();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void RecorderControl::mousePressEvent(QMouseEvent* event) {
@@ -143,9 +139,16 @@ void RecorderControl::mousePressEvent(QMouseEvent* event) {
     event->accept();
 }
 
+void RecorderControl::focusInEvent(QFocusEvent* event) {
+    updateDisplay();
+    QWidget::focusInEvent(event);
+}
+
 void RecorderControl::focusOutEvent(QFocusEvent* event) {
     if (m_isRecording)
         stopRecording();
+    else
+        updateDisplay();
     QWidget::focusOutEvent(event);
 }
 
@@ -173,10 +176,12 @@ void RecorderControl::updateDisplay() {
         m_label->setText(u"Type shortcut…"_s);
         textColour = accent;
     } else {
-        m_borderColor = colours.color(QPalette::Mid);
+        // The keyboard focus shows as an accent outline.
+        m_borderColor =
+            hasFocus() ? SettingsStyle::accentColor(colours) : colours.color(QPalette::Mid);
         m_backgroundColor = colours.color(QPalette::Base);
         if (m_shortcut) {
-            m_label->setText(m_shortcut->displayString());
+            m_label->setText(KeyCodeTable::displayText(*m_shortcut));
             textColour = colours.color(QPalette::Text);
         } else {
             m_label->setText(u"Click to record"_s);
@@ -186,13 +191,18 @@ void RecorderControl::updateDisplay() {
     QPalette labelColours = m_label->palette();
     labelColours.setColor(QPalette::WindowText, textColour);
     m_label->setPalette(labelColours);
+    // A screen reader reads the field's name, then what it shows.
+    setAccessibleDescription(m_label->text());
     update();
 }
 
 void RecorderControl::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(m_borderColor, 1));
+    // Two points wide while it has the keyboard focus, so that the focus is seen.
+    const qreal width = hasFocus() && !m_isRecording ? 2 : 1;
+    painter.setPen(QPen(m_borderColor, width));
     painter.setBrush(m_backgroundColor);
-    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
+    const qreal inset = width / 2;
+    painter.drawRoundedRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset), 6, 6);
 }

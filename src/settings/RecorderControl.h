@@ -11,10 +11,12 @@
 class QLabel;
 class QKeyEvent;
 
-// The field that records a key combination. A click starts recording; the next key press with
-// at least one of Shift, Ctrl, Alt or Meta becomes the shortcut, Backspace or Delete clears it,
-// Escape, a second click or leaving the field cancels. While it records, every key press of the
-// application comes here first, so that no shortcut of the application fires instead.
+// The field that records a key combination. A click (or Space while it has the focus) starts
+// recording; the next key press with at least one of Shift, Ctrl, Alt or Meta becomes the
+// shortcut, Backspace or Delete clears it, Escape, a second click or leaving the field cancels.
+// The key recorded is the physical key, whatever the keyboard layout. While it records, every key
+// press of the application comes here first, so that no shortcut of the application fires
+// instead.
 class RecorderControl : public QWidget {
     Q_OBJECT
 public:
@@ -32,6 +34,9 @@ public:
 
     // The label of a key as recorded: its name upper-cased, or "?" for a key without one.
     static QString keyLabel(int qtKey);
+    // The label of a pressed key: the character it types in the current layout, upper-cased,
+    // where that is a visible one; otherwise its name.
+    static QString keyLabel(const QKeyEvent& event);
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -42,7 +47,9 @@ Q_SIGNALS:
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
     void hideEvent(QHideEvent* event) override;
     void changeEvent(QEvent* event) override;

@@ -1,11 +1,15 @@
 #include "settings/SettingsStyle.h"
 
+#include "app/ColorSchemeFollower.h"
+
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
 #include <QWidget>
 
+#include <algorithm>
+#include <cmath>
 #include <functional>
 
 namespace SettingsStyle {
@@ -27,7 +31,47 @@ QColor accentColor(const QPalette& palette) {
 }
 
 QColor secondaryColor(const QPalette& palette) {
-    return palette.color(QPalette::PlaceholderText);
+    return palette.color(secondaryRole);
+}
+
+QColor errorColor(const QPalette& palette) {
+    // The reds of GNOME's light and dark styles, at 4.5:1 or more on their windows.
+    return ColorSchemeFollower::isDark(palette) ? QColor(0xFF, 0x7B, 0x63)
+                                                : QColor(0xC0, 0x1C, 0x28);
+}
+
+namespace {
+
+double relativeLuminance(const QColor& color) {
+    const auto channel = [](double value) {
+        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
+           0.0722 * channel(color.blueF());
+}
+
+} // namespace
+
+double contrastRatio(const QColor& first, const QColor& second) {
+    const double a = relativeLuminance(first);
+    const double b = relativeLuminance(second);
+    return (std::max(a, b) + 0.05) / (std::min(a, b) + 0.05);
+}
+
+ProminentColors prominentColors(const QPalette& palette) {
+    constexpr double wanted = 4.5;
+    QColor fill = accentColor(palette);
+    // White or black text, whichever stands out more from the accent; the accent then moves
+    // away from the text until the two are far enough apart.
+    const QColor white(Qt::white);
+    const QColor black(Qt::black);
+    const bool lightText = contrastRatio(white, fill) >= contrastRatio(black, fill);
+    const QColor text = lightText ? white : black;
+    for (int step = 0; step < 40 && contrastRatio(text, fill) < wanted; ++step)
+        fill = lightText ? fill.darker(105) : fill.lighter(105);
+    // Pressed moves further the same way, so it stays readable too.
+    const QColor pressed = lightText ? fill.darker(115) : fill.lighter(115);
+    return {fill, text, pressed};
 }
 
 void setTextColor(QWidget* widget, const QColor& color) {

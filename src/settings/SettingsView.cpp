@@ -5,10 +5,12 @@
 #include "settings/SettingsViewModel.h"
 #include "settings/ShortcutsTab.h"
 
+#include <QEvent>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QPushButton>
 #include <QShowEvent>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
@@ -23,16 +25,17 @@ SettingsView::SettingsView(const Environment& environment, QWidget* parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
 
-    auto* tabs = new QTabWidget(this);
-    tabs->setObjectName(u"settingsTabs"_s);
-    tabs->setDocumentMode(true);
-    auto* general = new GeneralTab(m_vm, environment, tabs);
+    m_tabs = new QTabWidget(this);
+    m_tabs->setObjectName(u"settingsTabs"_s);
+    m_tabs->setDocumentMode(true);
+    auto* general = new GeneralTab(m_vm, environment, m_tabs);
     general->setObjectName(u"generalTab"_s);
-    tabs->addTab(general, SettingsStyle::generalIcon(), u"General"_s);
-    auto* shortcuts = new ShortcutsTab(m_vm, tabs);
+    m_tabs->addTab(general, u"General"_s);
+    auto* shortcuts = new ShortcutsTab(m_vm, m_tabs);
     shortcuts->setObjectName(u"shortcutsTab"_s);
-    tabs->addTab(shortcuts, SettingsStyle::shortcutsIcon(), u"Shortcuts"_s);
-    layout->addWidget(tabs, 1);
+    m_tabs->addTab(shortcuts, u"Shortcuts"_s);
+    m_tabs->tabBar()->setAccessibleName(u"Settings pages"_s);
+    layout->addWidget(m_tabs, 1);
 
     auto* divider = new QFrame(this);
     divider->setObjectName(u"divider"_s);
@@ -46,14 +49,6 @@ SettingsView::SettingsView(const Environment& environment, QWidget* parent)
     m_saveButton = new QPushButton(u"Save"_s, this);
     m_saveButton->setObjectName(u"saveButton"_s);
     m_saveButton->setDefault(true);
-    // Prominent: filled with the accent colour while it can be pressed.
-    QPalette prominent = m_saveButton->palette();
-    for (QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive}) {
-        prominent.setColor(group, QPalette::Button, SettingsStyle::accentColor(palette()));
-        prominent.setColor(group, QPalette::ButtonText,
-                           palette().color(group, QPalette::HighlightedText));
-    }
-    m_saveButton->setPalette(prominent);
     saveRow->addWidget(m_saveButton);
     layout->addLayout(saveRow);
 
@@ -63,6 +58,34 @@ SettingsView::SettingsView(const Environment& environment, QWidget* parent)
     });
     connect(m_vm, &SettingsViewModel::tokenChanged, this, &SettingsView::updateSaveButton);
     updateSaveButton();
+    updateLook();
+}
+
+void SettingsView::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange)
+        updateLook();
+    QWidget::changeEvent(event);
+}
+
+void SettingsView::updateLook() {
+    // The drawn tab symbols take the text colour of the moment.
+    m_tabs->setTabIcon(0, SettingsStyle::generalIcon());
+    m_tabs->setTabIcon(1, SettingsStyle::shortcutsIcon());
+
+    // Prominent: filled with the accent while it can be pressed, its text readable on it; a
+    // ring in the text colour shows the keyboard focus.
+    const SettingsStyle::ProminentColors colors = SettingsStyle::prominentColors(palette());
+    const QPalette& p = palette();
+    m_saveButton->setStyleSheet(
+        u"QPushButton#saveButton { background-color: %1; color: %2; border: 2px solid %1;"
+        u" border-radius: 6px; padding: 4px 16px; min-width: 48px; }"
+        u"QPushButton#saveButton:pressed { background-color: %3; border-color: %3; }"
+        u"QPushButton#saveButton:focus { border-color: %4; }"
+        u"QPushButton#saveButton:disabled { background-color: %5; color: %6; border-color: %7; }"_s
+            .arg(colors.fill.name(), colors.text.name(), colors.pressed.name(),
+                 p.color(QPalette::WindowText).name(), p.color(QPalette::Button).name(),
+                 p.color(QPalette::Disabled, QPalette::ButtonText).name(),
+                 p.color(QPalette::Mid).name()));
 }
 
 void SettingsView::updateSaveButton() {

@@ -8,6 +8,7 @@
 #include <memory>
 
 class QPushButton;
+class QTabWidget;
 class SettingsViewModel;
 
 // The settings window's content: the "General" and "Shortcuts" tabs above a divider and the
@@ -23,13 +24,17 @@ public:
     SettingsViewModel* vm() const { return m_vm; }
 
 protected:
+    void changeEvent(QEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
 
 private:
     void updateSaveButton();
+    // Colours and symbols taken from the palette, again whenever it changes.
+    void updateLook();
 
     SettingsViewModel* m_vm;
+    QTabWidget* m_tabs;
     QPushButton* m_saveButton;
     // The load started when the view came on screen; it ends when the view leaves.
     std::shared_ptr<RequestCanceller> m_onScreenLoad;

@@ -72,6 +72,8 @@ QCoro::Task<void> SettingsViewModel::loadData(std::shared_ptr<RequestCanceller> 
     // The window lives for the whole process, but a model made elsewhere may go away while
     // the requests run; nothing of it is touched after that.
     const QPointer<SettingsViewModel> self(this);
+    // A load that is called off changes nothing, so an earlier failure's message comes back.
+    const std::optional<QString> earlierError = m_errorMessage;
     setIsLoading(true);
     setErrorMessage(std::nullopt);
 
@@ -112,7 +114,9 @@ QCoro::Task<void> SettingsViewModel::loadData(std::shared_ptr<RequestCanceller> 
     if (!self)
         co_return;
     if (canceller && canceller->isCancelled()) {
-        // Called off by the caller: nothing went wrong that the user needs to read.
+        // Called off by the caller: nothing went wrong that the user needs to read, and what
+        // was wrong before still is.
+        setErrorMessage(earlierError);
         setIsLoading(false);
         co_return;
     }

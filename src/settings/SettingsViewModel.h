@@ -48,7 +48,8 @@ public:
 
     // Fetches collections and tags with the trimmed token through a fresh client. Failures end
     // up in errorMessage, never at the caller. A caller that gives a canceller and cancels it
-    // ends the load early without an error message; the lists then stay as they were.
+    // ends the load early without an error message of its own; the lists and the message of an
+    // earlier failure then stay as they were.
     QCoro::Task<void> loadData(std::shared_ptr<RequestCanceller> canceller = {});
     void toggleCollection(qint64 id);
     void toggleTag(const QString& name);

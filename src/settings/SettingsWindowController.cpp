@@ -1,5 +1,6 @@
 #include "settings/SettingsWindowController.h"
 
+#include "app/StatusItem.h"
 #include "settings/SettingsView.h"
 
 #include <QAction>
@@ -63,12 +64,16 @@ void SettingsWindowController::show() {
                              Qt::WindowCloseButtonHint);
         // Closing hides the window; its views and model stay for the next show.
         view->setAttribute(Qt::WA_DeleteOnClose, false);
+        view->setWindowIcon(StatusItem::dropIcon());
         QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
         if (!screen)
             screen = QGuiApplication::primaryScreen();
         if (screen) {
-            const QRect area = screen->availableGeometry();
-            view->move(area.center() - QPoint(SettingsView::width / 2, SettingsView::height / 2));
+            // The content is centred, as the platform centres windows; placing the frame there
+            // instead would put the content half a title bar low.
+            QRect content(QPoint(), QSize(SettingsView::width, SettingsView::height));
+            content.moveCenter(screen->availableGeometry().center());
+            view->setGeometry(content);
         }
         instance = new SettingsWindowController(view);
     }

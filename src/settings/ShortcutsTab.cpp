@@ -5,6 +5,7 @@
 #include "settings/SettingsViewModel.h"
 #include "settings/ShortcutRecorderView.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -34,13 +35,15 @@ ShortcutsTab::ShortcutsTab(SettingsViewModel* model, QWidget* parent)
 
     m_recorder = new RecorderControl(this);
     m_recorder->setObjectName(u"shortcutRecorder"_s);
+    m_recorder->setAccessibleName(u"Open menu shortcut"_s);
     new ShortcutRecorderView(m_recorder, m_model);
     row->addWidget(m_recorder, 0, Qt::AlignVCenter);
 
     m_clearButton = new QPushButton(u"Clear"_s, this);
     m_clearButton->setObjectName(u"clearButton"_s);
     m_clearButton->setFlat(true);
-    SettingsStyle::setTextColor(m_clearButton, SettingsStyle::secondaryColor(palette()));
+    m_clearButton->setAccessibleName(u"Clear shortcut"_s);
+    updateClearColor();
     connect(m_clearButton, &QPushButton::clicked, this,
             [this] { m_model->setOpenMenuShortcut(std::nullopt); });
     row->addWidget(m_clearButton, 0, Qt::AlignVCenter);
@@ -52,13 +55,23 @@ ShortcutsTab::ShortcutsTab(SettingsViewModel* model, QWidget* parent)
                             this);
     help->setObjectName(u"shortcutsHelp"_s);
     help->setFont(SettingsStyle::captionFont(help->font()));
-    SettingsStyle::setTextColor(help, SettingsStyle::secondaryColor(palette()));
+    help->setForegroundRole(SettingsStyle::secondaryRole);
     layout->addWidget(help);
     layout->addStretch(1);
 
     connect(m_model, &SettingsViewModel::openMenuShortcutChanged, this,
             &ShortcutsTab::updateClearButton);
     updateClearButton();
+}
+
+void ShortcutsTab::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange)
+        updateClearColor();
+    QWidget::changeEvent(event);
+}
+
+void ShortcutsTab::updateClearColor() {
+    SettingsStyle::setTextColor(m_clearButton, SettingsStyle::secondaryColor(palette()));
 }
 
 void ShortcutsTab::updateClearButton() {

@@ -12,7 +12,11 @@ class ShortcutsTab : public QWidget {
 public:
     explicit ShortcutsTab(SettingsViewModel* model, QWidget* parent = nullptr);
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
+    void updateClearColor();
     void updateClearButton();
 
     SettingsViewModel* m_model;

@@ -1,11 +1,14 @@
 #include "update/UpdateChecker.h"
 
 #include "app/Alert.h"
+#include "config/AppConfig.h"
 #include "service/HttpSession.h"
 #include "update/VersionComparison.h"
 
 #include <QCoroNetworkReply>
 #include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSettings>
@@ -16,10 +19,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Beside the configuration file: ~/.config/quillmar/quillmar.ini.
 std::unique_ptr<QSettings> openSettings() {
-    return std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope, u"quillmar"_s,
-                                       u"quillmar"_s);
+    return std::make_unique<QSettings>(UpdateChecker::settingsFilePath(), QSettings::IniFormat);
 }
 
 std::optional<QString> notifiedVersion() {
@@ -55,6 +56,10 @@ UpdateChecker::UpdateChecker(const Environment& environment, Timings timings, QO
     , m_manifestUrl(environment.updateManifest, QUrl::StrictMode)
     , m_currentVersion(environment.version.isEmpty() ? u"0.0.0"_s : environment.version)
     , m_timings(timings) {}
+
+QString UpdateChecker::settingsFilePath() {
+    return QFileInfo(AppConfig::filePath()).dir().filePath(u"quillmar.ini"_s);
+}
 
 QString UpdateChecker::notifiedVersionKey() {
     return u"lastNotifiedUpdateVersion"_s;

@@ -48,6 +48,9 @@ public:
 
     // The settings key of the last version the update alert was raised for.
     static QString notifiedVersionKey();
+    // The file that keeps it: quillmar.ini beside the configuration file, in the same folder
+    // under the home directory whatever XDG_CONFIG_HOME says.
+    static QString settingsFilePath();
 
 private:
     struct Check {

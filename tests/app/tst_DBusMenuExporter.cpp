@@ -1,31 +1,125 @@
+// The menu exporter as panels see it: every call goes over a private session bus, as a panel's
+// would, and every announcement is read from the bus.
+#include "PrivateSessionBus.h"
+#include "TestStatusNotifierHost.h"
+
 #include "app/tray/DBusMenuExporter.h"
+#include "menu/LazyEntryMenu.h"
 
 #include <QAction>
+#include <QDBusConnection>
+#include <QElapsedTimer>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <memory>
+
 using namespace Qt::StringLiterals;
+using Node = TestStatusNotifierHost::MenuNode;
+
+namespace {
+
+const QString menuPath = u"/MenuBar"_s;
+
+// A menu published on a connection of its own, and a panel reading it.
+class Published {
+public:
+    Published(const QString& busAddress, QMenu* menu)
+        : m_name(u"exporter-%1"_s.arg(++s_connections))
+        , m_connection(QDBusConnection::connectToBus(busAddress, m_name))
+        , m_host(busAddress) {
+        exporter.setMenu(menu);
+        m_registered = exporter.registerOn(m_connection, menuPath) &&
+                       m_host.attachMenu(m_connection.baseService(), menuPath);
+    }
+    ~Published() {
+        m_connection.unregisterObject(menuPath);
+        QDBusConnection::disconnectFromBus(m_name);
+    }
+    Published(const Published&) = delete;
+    Published& operator=(const Published&) = delete;
+
+    bool isRegistered() const { return m_registered; }
+    TestStatusNotifierHost& host() { return m_host; }
+    // The whole menu as the panel reads it.
+    Node layout() { return m_host.layout().value_or(Node()); }
+    // Waits until the announcements of what has changed so far went out.
+    void settle() {
+        // The exporter announces from the event loop; a zero timer queued now runs after it.
+        bool ran = false;
+        QTimer::singleShot(0, &exporter, [&ran] { ran = true; });
+        QTRY_VERIFY(ran);
+        // An answered call means that every signal sent before the answer has arrived.
+        QVERIFY(m_host.property(0, u"children-display"_s).isValid());
+    }
+
+    DBusMenuExporter exporter;
+
+private:
+    static inline int s_connections = 0;
+    QString m_name;
+    QDBusConnection m_connection;
+    TestStatusNotifierHost m_host;
+    bool m_registered = false;
+};
+
+} // namespace
 
 class tst_DBusMenuExporter : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+
     void protocolLabel_data();
     void protocolLabel();
+    void everyMethodAndSignalIsExported();
     void layoutListsEntriesInOrder();
+    void layoutHoldsMenuItselfAsIdZero();
     void depthLimitsLayout();
     void shortcutsGoOutAsKeyNames();
-    void unknownParentGivesNoEntries();
-    void changesAreAnnouncedOncePerBurst();
+    void unknownEntriesAreErrors();
+    void addedAndRemovedEntriesAreAnnouncedOncePerBurst();
+    void changedPropertiesAreAnnouncedAsProperties();
+    void entryGainingSubmenuIsNewLayout();
     void replacedMenuIsAnnouncedAsWhole();
-    void aboutToShowReportsChangesMadeWhileOpening();
+    void aboutToShowReportsEntriesAddedWhileOpening();
+    void aboutToShowGroupOpensEveryMenu();
     void openedEventAfterAboutToShowCountsOnce();
     void closedEventHidesMenu();
     void clickedTriggersEnabledEntriesOnly();
     void hoveredHighlightsEntry();
-    void eventGroupReportsUnknownIds();
-    void groupPropertiesOfAllEntries();
+    void eventGroupDeliversEventsAndReportsUnknownIds();
+    void groupPropertiesIncludeMenuItself();
+    void propertyOfMenuItself();
+    void idsStayWithReplacingEntries();
+    void idsComeBackAfterStandInMenu();
+    void replacingEntriesAnnounceChangedFlags();
+    void aboutToShowWaitsForMenuBeingFilled();
+    void aboutToShowOfSlowMenuAnsweredAtDeadline();
+    void aboutToShowGroupWaitsForEveryMenu();
+    void openedThenAboutToShowIsOneOpening();
+    void unreadMenuNeedsUpdateAndAnnouncementFollows();
+    void kindsAreToldOnceToPanelsReadingKindsAlone();
+    void panelOpenStateFollowsItsEvents();
+    void entriesMadeOnDemandAreSubmenusWithAStandIn();
+    void standInAnswersLikeAnEntry();
+    void aboutToShowMakesTheSubmenu();
+    void openedEventMakesTheSubmenu();
+
+private:
+    std::unique_ptr<PrivateSessionBus> m_bus;
 };
+
+void tst_DBusMenuExporter::initTestCase() {
+    m_bus = std::make_unique<PrivateSessionBus>();
+    QVERIFY(m_bus->start());
+}
+
+void tst_DBusMenuExporter::cleanupTestCase() {
+    m_bus.reset();
+}
 
 void tst_DBusMenuExporter::protocolLabel_data() {
     QTest::addColumn<QString>("text");
@@ -45,6 +139,21 @@ void tst_DBusMenuExporter::protocolLabel() {
     QCOMPARE(DBusMenuExporter::protocolLabel(text), label);
 }
 
+void tst_DBusMenuExporter::everyMethodAndSignalIsExported() {
+    QMenu menu;
+    Published published(m_bus->address(), &menu);
+    QVERIFY(published.isRegistered());
+    const QString xml = published.host().introspect(menuPath);
+    for (const QString& member :
+         {u"<method name=\"GetLayout\">"_s, u"<method name=\"GetGroupProperties\">"_s,
+          u"<method name=\"GetProperty\">"_s, u"<method name=\"Event\">"_s,
+          u"<method name=\"EventGroup\">"_s, u"<method name=\"AboutToShow\">"_s,
+          u"<method name=\"AboutToShowGroup\">"_s, u"<signal name=\"LayoutUpdated\">"_s,
+          u"<signal name=\"ItemsPropertiesUpdated\">"_s,
+          u"<property name=\"Version\" type=\"u\" access=\"read\"/>"_s})
+        QVERIFY2(xml.contains(member), qPrintable(member));
+}
+
 void tst_DBusMenuExporter::layoutListsEntriesInOrder() {
     QMenu menu;
     menu.addAction(u"Header"_s)->setEnabled(false);
@@ -53,97 +162,151 @@ void tst_DBusMenuExporter::layoutListsEntriesInOrder() {
     sub->addAction(u"Inner_1"_s);
     QAction* hidden = menu.addAction(u"Hidden"_s);
     hidden->setVisible(false);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
+    Published published(m_bus->address(), &menu);
+    QVERIFY(published.isRegistered());
 
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
-    QCOMPARE(layout.id, 0);
-    QCOMPARE(layout.properties.value(u"children-display"_s).toString(), u"submenu"_s);
+    const Node layout = published.layout();
     QCOMPARE(layout.children.size(), 4);
-    QCOMPARE(layout.children[0].properties.value(u"label"_s).toString(), u"Header"_s);
-    QCOMPARE(layout.children[0].properties.value(u"enabled"_s).toBool(), false);
-    QCOMPARE(layout.children[1].properties.value(u"type"_s).toString(), u"separator"_s);
-    QCOMPARE(layout.children[2].properties.value(u"label"_s).toString(), u"Sub & more"_s);
-    QCOMPARE(layout.children[2].properties.value(u"children-display"_s).toString(), u"submenu"_s);
+    QCOMPARE(layout.children[0].label(), u"Header"_s);
+    QCOMPARE(layout.children[0].isEnabled(), false);
+    QVERIFY(layout.children[1].isSeparator());
+    QCOMPARE(layout.children[2].label(), u"Sub & more"_s);
+    QVERIFY(layout.children[2].hasSubmenu());
     QCOMPARE(layout.children[2].children.size(), 1);
-    QCOMPARE(layout.children[2].children[0].properties.value(u"label"_s).toString(), u"Inner__1"_s);
-    QCOMPARE(layout.children[3].properties.value(u"visible"_s).toBool(), false);
+    QCOMPARE(layout.children[2].children[0].label(), u"Inner__1"_s);
+    QCOMPARE(layout.children[3].isVisible(), false);
 
-    // Ids stay with their entries.
-    DBusMenuLayoutItem again;
-    exporter.GetLayout(layout.children[2].id, -1, {u"label"_s}, again);
-    QCOMPARE(again.id, layout.children[2].id);
-    QCOMPARE(again.children.size(), 1);
-    QCOMPARE(again.children[0].id, layout.children[2].children[0].id);
-    QCOMPARE(again.children[0].properties.keys(), QStringList({u"label"_s}));
+    // Ids stay with their entries; a panel may ask for some properties only.
+    const QDBusMessage reply =
+        published.host().call(menuPath, u"com.canonical.dbusmenu"_s, u"GetLayout"_s,
+                              {layout.children[2].id, -1, QStringList{u"label"_s}});
+    QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
+    const auto again = published.host().layout(layout.children[2].id);
+    QVERIFY(again);
+    QCOMPARE(again->id, layout.children[2].id);
+    QCOMPARE(again->children.size(), 1);
+    QCOMPARE(again->children[0].id, layout.children[2].children[0].id);
+}
+
+void tst_DBusMenuExporter::layoutHoldsMenuItselfAsIdZero() {
+    QMenu menu;
+    menu.addAction(u"One"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    QCOMPARE(layout.id, 0);
+    QVERIFY(layout.hasSubmenu());
 }
 
 void tst_DBusMenuExporter::depthLimitsLayout() {
     QMenu menu;
     menu.addMenu(u"Sub"_s)->addAction(u"Inner"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, 1, {}, layout);
-    QCOMPARE(layout.children.size(), 1);
-    QVERIFY(layout.children[0].children.isEmpty());
-    exporter.GetLayout(0, 0, {}, layout);
-    QVERIFY(layout.children.isEmpty());
+    Published published(m_bus->address(), &menu);
+    auto layout = published.host().layout(0, 1);
+    QVERIFY(layout);
+    QCOMPARE(layout->children.size(), 1);
+    QVERIFY(layout->children[0].children.isEmpty());
+    layout = published.host().layout(0, 0);
+    QVERIFY(layout);
+    QVERIFY(layout->children.isEmpty());
 }
 
 void tst_DBusMenuExporter::shortcutsGoOutAsKeyNames() {
     QMenu menu;
     menu.addAction(u"Quit"_s)->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
-    const auto shortcut =
-        layout.children[0].properties.value(u"shortcut"_s).value<QList<QStringList>>();
-    QCOMPARE(shortcut, QList<QStringList>({{u"Control"_s, u"Q"_s}}));
+    Published published(m_bus->address(), &menu);
+    const QVariant shortcut =
+        published.host().property(published.layout().children[0].id, u"shortcut"_s);
+    QCOMPARE(qdbus_cast<QList<QStringList>>(shortcut),
+             QList<QStringList>({{u"Control"_s, u"Q"_s}}));
 }
 
-void tst_DBusMenuExporter::unknownParentGivesNoEntries() {
+void tst_DBusMenuExporter::unknownEntriesAreErrors() {
     QMenu menu;
     menu.addAction(u"One"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(4711, -1, {}, layout);
-    QVERIFY(layout.children.isEmpty());
-    QVERIFY(!exporter.AboutToShow(4711));
+    Published published(m_bus->address(), &menu);
+    QVERIFY(!published.host().layout(4711));
+    QVERIFY(!published.host().aboutToShow(4711));
+    QVERIFY(!published.host().event(4711, u"clicked"_s));
+    QVERIFY(!published.host().property(4711, u"label"_s).isValid());
 }
 
-void tst_DBusMenuExporter::changesAreAnnouncedOncePerBurst() {
+void tst_DBusMenuExporter::addedAndRemovedEntriesAreAnnouncedOncePerBurst() {
     QMenu menu;
     QMenu* sub = menu.addMenu(u"Sub"_s);
     sub->addAction(u"Loading…"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
-    const int subId = layout.children[0].id;
-    QSignalSpy updates(&exporter, &DBusMenuExporter::LayoutUpdated);
-    QTRY_COMPARE(updates.size(), 1); // the menu itself, set above
-    updates.clear();
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    published.settle();
+    const qsizetype before = published.host().layoutUpdates().size();
 
     sub->clear();
     sub->addAction(u"First"_s);
     sub->addAction(u"Second"_s);
-    QTRY_COMPARE(updates.size(), 1);
-    QCOMPARE(updates[0][1].toInt(), subId);
-    const uint revision = updates[0][0].toUInt();
-    QTest::qWait(50);
-    QCOMPARE(updates.size(), 1);
+    QVERIFY(published.host().waitForLayoutUpdate(before));
+    published.settle();
+    QCOMPARE(published.host().layoutUpdates().size(), before + 1);
+    QCOMPARE(published.host().layoutUpdates().constLast().second, subId);
+    const uint revision = published.host().layoutUpdates().constLast().first;
     // The revision given with the layout is the announced one.
-    QCOMPARE(exporter.GetLayout(subId, -1, {}, layout), revision);
-    QCOMPARE(layout.children.size(), 2);
+    const auto layout = published.host().layout(subId);
+    QVERIFY(layout);
+    QCOMPARE(published.host().lastRevision(), revision);
+    QCOMPARE(layout->shownLabels(), QStringList({u"First"_s, u"Second"_s}));
+}
 
-    menu.actions().constFirst()->setEnabled(false);
-    QTRY_COMPARE(updates.size(), 2);
-    QCOMPARE(updates[1][1].toInt(), 0);
-    QVERIFY(updates[1][0].toUInt() > revision);
+void tst_DBusMenuExporter::changedPropertiesAreAnnouncedAsProperties() {
+    QMenu menu;
+    QAction* entry = menu.addAction(u"Add"_s);
+    QAction* other = menu.addAction(u"Other"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    published.settle();
+    const qsizetype layoutUpdates = published.host().layoutUpdates().size();
+    const int propertyUpdates = published.host().propertyUpdates();
+
+    entry->setEnabled(false);
+    other->setText(u"Renamed_"_s);
+    other->setVisible(false);
+    QVERIFY(published.host().waitForPropertyUpdate(propertyUpdates));
+    published.settle();
+    // One announcement for the burst, with exactly what changed, and no new layout: panels
+    // update entries in place.
+    QCOMPARE(published.host().propertyUpdates(), propertyUpdates + 1);
+    QCOMPARE(published.host().layoutUpdates().size(), layoutUpdates);
+    const auto updated = published.host().updatedProperties();
+    QCOMPARE(updated.size(), 2);
+    QCOMPARE(updated[0].first, layout.children[0].id);
+    QCOMPARE(updated[0].second, QVariantMap({{u"enabled"_s, false}}));
+    QCOMPARE(updated[1].first, layout.children[1].id);
+    // A hidden entry cannot be chosen either.
+    QCOMPARE(
+        updated[1].second,
+        QVariantMap({{u"label"_s, u"Renamed__"_s}, {u"visible"_s, false}, {u"enabled"_s, false}}));
+
+    // A change made and undone before the announcement goes out is no change.
+    entry->setEnabled(true);
+    entry->setEnabled(false);
+    other->setData(42);
+    published.settle();
+    QCOMPARE(published.host().propertyUpdates(), propertyUpdates + 1);
+}
+
+void tst_DBusMenuExporter::entryGainingSubmenuIsNewLayout() {
+    QMenu menu;
+    QAction* entry = menu.addAction(u"Entry"_s);
+    Published published(m_bus->address(), &menu);
+    published.layout();
+    published.settle();
+    const qsizetype before = published.host().layoutUpdates().size();
+    QMenu sub;
+    sub.addAction(u"Inner"_s);
+    entry->setMenu(&sub);
+    QVERIFY(published.host().waitForLayoutUpdate(before));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, 0);
+    const Node layout = published.layout();
+    QVERIFY(layout.children[0].hasSubmenu());
+    QCOMPARE(layout.children[0].shownLabels(), QStringList({u"Inner"_s}));
+    entry->setMenu(nullptr);
 }
 
 void tst_DBusMenuExporter::replacedMenuIsAnnouncedAsWhole() {
@@ -151,67 +314,85 @@ void tst_DBusMenuExporter::replacedMenuIsAnnouncedAsWhole() {
     first.addAction(u"Setup"_s);
     QMenu second;
     second.addAction(u"Full"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&first);
-    QSignalSpy updates(&exporter, &DBusMenuExporter::LayoutUpdated);
-    QTRY_COMPARE(updates.size(), 1);
-    exporter.setMenu(&second);
-    QTRY_COMPARE(updates.size(), 2);
-    QCOMPARE(updates[1][1].toInt(), 0);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
-    QCOMPARE(layout.children[0].properties.value(u"label"_s).toString(), u"Full"_s);
+    Published published(m_bus->address(), &first);
+    published.layout();
+    published.settle();
+    const qsizetype before = published.host().layoutUpdates().size();
+    published.exporter.setMenu(&second);
+    QVERIFY(published.host().waitForLayoutUpdate(before));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, 0);
+    QCOMPARE(published.layout().shownLabels(), QStringList({u"Full"_s}));
 }
 
-void tst_DBusMenuExporter::aboutToShowReportsChangesMadeWhileOpening() {
+void tst_DBusMenuExporter::aboutToShowReportsEntriesAddedWhileOpening() {
     QMenu menu;
     QMenu* sub = menu.addMenu(u"Sub"_s);
     QAction* loading = sub->addAction(u"Loading…"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
-    QTest::qWait(10);
-    const int subId = layout.children[0].id;
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    published.settle();
 
     // Filled at once (from a cache): the panel should read the submenu again.
     auto fill = connect(sub, &QMenu::aboutToShow, sub, [sub, loading] {
         sub->removeAction(loading);
         sub->addAction(u"Bookmark"_s);
     });
-    QCOMPARE(exporter.AboutToShow(subId), true);
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(true));
     disconnect(fill);
+    QCOMPARE(published.host().layout(subId)->shownLabels(), QStringList({u"Bookmark"_s}));
+    QVERIFY(published.host().event(subId, u"closed"_s));
     // Nothing changes: nothing to read.
     QSignalSpy shown(&menu, &QMenu::aboutToShow);
-    QTest::qWait(10);
-    QCOMPARE(exporter.AboutToShow(0), false);
+    QCOMPARE(published.host().aboutToShow(0), std::optional<bool>(false));
     QCOMPARE(shown.size(), 1);
+}
+
+void tst_DBusMenuExporter::aboutToShowGroupOpensEveryMenu() {
+    QMenu menu;
+    QMenu* first = menu.addMenu(u"First"_s);
+    QMenu* second = menu.addMenu(u"Second"_s);
+    first->addAction(u"Loading…"_s);
+    second->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    published.settle();
+    QSignalSpy firstShown(first, &QMenu::aboutToShow);
+    QSignalSpy secondShown(second, &QMenu::aboutToShow);
+    auto fill =
+        connect(first, &QMenu::aboutToShow, first, [first] { first->addAction(u"Bookmark"_s); });
+
+    const auto answer =
+        published.host().aboutToShowGroup({layout.children[0].id, layout.children[1].id, 999});
+    disconnect(fill);
+    QVERIFY(answer);
+    QCOMPARE(answer->updatesNeeded, QList<int>({layout.children[0].id}));
+    QCOMPARE(answer->idErrors, QList<int>({999}));
+    QCOMPARE(firstShown.size(), 1);
+    QCOMPARE(secondShown.size(), 1);
 }
 
 void tst_DBusMenuExporter::openedEventAfterAboutToShowCountsOnce() {
     QMenu menu;
     menu.addAction(u"One"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
+    Published published(m_bus->address(), &menu);
+    published.layout();
     QSignalSpy shown(&menu, &QMenu::aboutToShow);
-    exporter.AboutToShow(0);
-    exporter.Event(0, u"opened"_s, QDBusVariant(QString()), 0);
+    QVERIFY(published.host().aboutToShow(0));
+    QVERIFY(published.host().event(0, u"opened"_s));
     QCOMPARE(shown.size(), 1);
-    exporter.Event(0, u"closed"_s, QDBusVariant(QString()), 0);
+    QVERIFY(published.host().event(0, u"closed"_s));
     // A panel that sends only the event.
-    exporter.Event(0, u"opened"_s, QDBusVariant(QString()), 0);
+    QVERIFY(published.host().event(0, u"opened"_s));
     QCOMPARE(shown.size(), 2);
 }
 
 void tst_DBusMenuExporter::closedEventHidesMenu() {
     QMenu menu;
     QMenu* sub = menu.addMenu(u"Sub"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
     QSignalSpy hidden(sub, &QMenu::aboutToHide);
-    exporter.Event(layout.children[0].id, u"closed"_s, QDBusVariant(QString()), 0);
+    QVERIFY(published.host().event(layout.children[0].id, u"closed"_s));
     QCOMPARE(hidden.size(), 1);
 }
 
@@ -221,19 +402,15 @@ void tst_DBusMenuExporter::clickedTriggersEnabledEntriesOnly() {
     QAction* disabled = menu.addAction(u"Disabled"_s);
     disabled->setEnabled(false);
     QMenu* sub = menu.addMenu(u"Sub"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
     QSignalSpy enabledSpy(enabled, &QAction::triggered);
     QSignalSpy disabledSpy(disabled, &QAction::triggered);
     QSignalSpy subSpy(sub->menuAction(), &QAction::triggered);
-    for (const DBusMenuLayoutItem& child : std::as_const(layout.children))
-        exporter.Event(child.id, u"clicked"_s, QDBusVariant(QString()), 0);
-    // After the call has been answered.
-    QCOMPARE(enabledSpy.size(), 0);
+    for (const Node& child : layout.children)
+        QVERIFY(published.host().event(child.id, u"clicked"_s));
     QTRY_COMPARE(enabledSpy.size(), 1);
-    QTest::qWait(10);
+    published.settle();
     QCOMPARE(disabledSpy.size(), 0);
     QCOMPARE(subSpy.size(), 0);
 }
@@ -241,45 +418,402 @@ void tst_DBusMenuExporter::clickedTriggersEnabledEntriesOnly() {
 void tst_DBusMenuExporter::hoveredHighlightsEntry() {
     QMenu menu;
     QAction* entry = menu.addAction(u"Entry"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
     QSignalSpy hovered(&menu, &QMenu::hovered);
-    exporter.Event(layout.children[0].id, u"hovered"_s, QDBusVariant(QString()), 0);
+    QVERIFY(published.host().event(layout.children[0].id, u"hovered"_s));
     QCOMPARE(hovered.size(), 1);
     QCOMPARE(hovered[0][0].value<QAction*>(), entry);
 }
 
-void tst_DBusMenuExporter::eventGroupReportsUnknownIds() {
+void tst_DBusMenuExporter::eventGroupDeliversEventsAndReportsUnknownIds() {
     QMenu menu;
     QAction* entry = menu.addAction(u"Entry"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
     QSignalSpy triggered(entry, &QAction::triggered);
-    const DBusMenuEventList events{{layout.children[0].id, u"clicked"_s, QDBusVariant(0), 0},
-                                   {999, u"clicked"_s, QDBusVariant(0), 0}};
-    QCOMPARE(exporter.EventGroup(events), QList<int>({999}));
+    QSignalSpy opened(sub, &QMenu::aboutToShow);
+    const auto errors = published.host().eventGroup({{layout.children[0].id, u"clicked"_s},
+                                                     {layout.children[1].id, u"opened"_s},
+                                                     {999, u"clicked"_s}});
+    QVERIFY(errors);
+    QCOMPARE(*errors, QList<int>({999}));
     QTRY_COMPARE(triggered.size(), 1);
+    QCOMPARE(opened.size(), 1);
 }
 
-void tst_DBusMenuExporter::groupPropertiesOfAllEntries() {
+void tst_DBusMenuExporter::groupPropertiesIncludeMenuItself() {
     QMenu menu;
     menu.addAction(u"One"_s);
     menu.addAction(u"Two"_s);
-    DBusMenuExporter exporter;
-    exporter.setMenu(&menu);
-    DBusMenuLayoutItem layout;
-    exporter.GetLayout(0, -1, {}, layout);
-    const DBusMenuItemList all = exporter.GetGroupProperties({}, {u"label"_s});
-    QCOMPARE(all.size(), 2);
-    const DBusMenuItemList one = exporter.GetGroupProperties({layout.children[1].id}, {});
-    QCOMPARE(one.size(), 1);
-    QCOMPARE(one[0].properties.value(u"label"_s).toString(), u"Two"_s);
-    QCOMPARE(exporter.GetProperty(layout.children[0].id, u"label"_s).variant().toString(),
-             u"One"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+
+    // Panels built on libdbusmenu ask for the menu itself (0) with every reading.
+    const auto some = published.host().groupProperties({0, layout.children[1].id});
+    QVERIFY(some);
+    QCOMPARE(some->size(), 2);
+    QCOMPARE(some->at(0).first, 0);
+    QCOMPARE(some->at(0).second.value(u"children-display"_s).toString(), u"submenu"_s);
+    QCOMPARE(some->at(1).first, layout.children[1].id);
+    QCOMPARE(some->at(1).second.value(u"label"_s).toString(), u"Two"_s);
+
+    // No ids: everything, the menu itself too.
+    const auto all = published.host().groupProperties({}, {u"label"_s});
+    QVERIFY(all);
+    QCOMPARE(all->size(), 3);
+    QList<int> ids;
+    for (const auto& [id, properties] : *all)
+        ids.append(id);
+    std::sort(ids.begin(), ids.end());
+    QCOMPARE(ids, QList<int>({0, layout.children[0].id, layout.children[1].id}));
+}
+
+void tst_DBusMenuExporter::propertyOfMenuItself() {
+    QMenu menu;
+    Published published(m_bus->address(), &menu);
+    QCOMPARE(published.host().property(0, u"children-display"_s).toString(), u"submenu"_s);
+}
+
+namespace {
+
+// A menu of two levels; the second menu's entries are the first's with one more.
+void fill(QMenu& menu, bool extra = false) {
+    menu.addAction(u"Header"_s)->setEnabled(false);
+    menu.addSeparator();
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addAction(u"Same"_s);
+    sub->addAction(u"Same"_s);
+    if (extra)
+        menu.addAction(u"New"_s);
+    menu.addAction(u"Quit"_s);
+}
+
+int idOf(const Node& menu, const QString& label) {
+    const Node* node = menu.find(label);
+    return node ? node->id : -1;
+}
+
+} // namespace
+
+void tst_DBusMenuExporter::idsStayWithReplacingEntries() {
+    QMenu first;
+    fill(first);
+    QMenu second;
+    fill(second, true);
+    Published published(m_bus->address(), &first);
+    const Node before = published.layout();
+    published.exporter.setMenu(&second);
+    const Node after = published.layout();
+    QCOMPARE(after.shownLabels(),
+             QStringList({u"Header"_s, u"---"_s, u"Sub"_s, u"New"_s, u"Quit"_s}));
+    QCOMPARE(after.children[0].id, before.children[0].id);
+    QCOMPARE(after.children[1].id, before.children[1].id);
+    QCOMPARE(after.children[2].id, before.children[2].id);
+    QCOMPARE(after.children[4].id, before.children[3].id);
+    // Entries of the same label stay apart, in order.
+    QCOMPARE(after.children[2].children[0].id, before.children[2].children[0].id);
+    QCOMPARE(after.children[2].children[1].id, before.children[2].children[1].id);
+    // A new entry, a new id.
+    const QList<int> old{before.children[0].id,
+                         before.children[1].id,
+                         before.children[2].id,
+                         before.children[3].id,
+                         before.children[2].children[0].id,
+                         before.children[2].children[1].id};
+    QVERIFY(!old.contains(after.children[3].id));
+}
+
+void tst_DBusMenuExporter::idsComeBackAfterStandInMenu() {
+    // A refresh shows "Loading…" between two full menus.
+    QMenu full;
+    fill(full);
+    QMenu loading;
+    loading.addAction(u"Loading…"_s)->setEnabled(false);
+    loading.addSeparator();
+    loading.addAction(u"Quit"_s);
+    QMenu again;
+    fill(again);
+    Published published(m_bus->address(), &full);
+    const Node before = published.layout();
+    published.exporter.setMenu(&loading);
+    QCOMPARE(published.layout().shownLabels(), QStringList({u"Loading…"_s, u"---"_s, u"Quit"_s}));
+    published.exporter.setMenu(&again);
+    const Node after = published.layout();
+    QCOMPARE(idOf(after, u"Header"_s), idOf(before, u"Header"_s));
+    QCOMPARE(idOf(after, u"Sub"_s), idOf(before, u"Sub"_s));
+    QCOMPARE(idOf(after, u"Quit"_s), idOf(before, u"Quit"_s));
+    QCOMPARE(after.children[2].children[1].id, before.children[2].children[1].id);
+}
+
+void tst_DBusMenuExporter::replacingEntriesAnnounceChangedFlags() {
+    QMenu first;
+    first.addAction(u"Add"_s)->setEnabled(false);
+    first.addAction(u"Other"_s);
+    QMenu second;
+    second.addAction(u"Add"_s);
+    second.addAction(u"Other"_s);
+    Published published(m_bus->address(), &first);
+    const Node layout = published.layout();
+    published.settle();
+    const int updates = published.host().propertyUpdates();
+    published.exporter.setMenu(&second);
+    QVERIFY(published.host().waitForPropertyUpdate(updates));
+    // Panels that keep the entry (same id) learn that it is enabled now.
+    QCOMPARE(published.host().updatedProperties().constLast(),
+             (QPair<int, QVariantMap>(layout.children[0].id, {{u"enabled"_s, true}})));
+}
+
+void tst_DBusMenuExporter::aboutToShowWaitsForMenuBeingFilled() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    QAction* loading = sub->addAction(u"Loading…"_s);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    published.settle();
+    const qsizetype updates = published.host().layoutUpdates().size();
+    // The submenu is filled from the event loop, a while after the panel asked.
+    bool filled = false;
+    connect(sub, &QMenu::aboutToShow, sub, [&] {
+        sub->setProperty("loading", true);
+        QTimer::singleShot(50, sub, [&] {
+            sub->removeAction(loading);
+            sub->addAction(u"Bookmark"_s);
+            filled = true;
+            sub->setProperty("loading", false);
+        });
+    });
+    // The answer comes once it is filled, and says to read it again.
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(true));
+    QVERIFY(filled);
+    QCOMPARE(published.host().layout(subId)->shownLabels(), QStringList({u"Bookmark"_s}));
+    // And a layout update follows the answer (Plasma ignores the one after its own reading).
+    QVERIFY(published.host().waitForLayoutUpdate(updates));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, subId);
+}
+
+void tst_DBusMenuExporter::aboutToShowOfSlowMenuAnsweredAtDeadline() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addAction(u"Loading…"_s);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    connect(sub, &QMenu::aboutToShow, sub, [sub] { sub->setProperty("loading", true); });
+    QElapsedTimer clock;
+    clock.start();
+    // Never filled: answered after the wait, with nothing to read again.
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(false));
+    QVERIFY(clock.elapsed() >= DBusMenuExporter::fillWait.count() - 50);
+}
+
+void tst_DBusMenuExporter::aboutToShowGroupWaitsForEveryMenu() {
+    QMenu menu;
+    QMenu* first = menu.addMenu(u"First"_s);
+    QMenu* second = menu.addMenu(u"Second"_s);
+    first->addAction(u"Loading…"_s);
+    second->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    connect(first, &QMenu::aboutToShow, first, [first] {
+        first->setProperty("loading", true);
+        QTimer::singleShot(50, first, [first] {
+            first->addAction(u"Bookmark"_s);
+            first->setProperty("loading", false);
+        });
+    });
+    const auto answer =
+        published.host().aboutToShowGroup({layout.children[0].id, layout.children[1].id, 999});
+    QVERIFY(answer);
+    QCOMPARE(answer->updatesNeeded, QList<int>({layout.children[0].id}));
+    QCOMPARE(answer->idErrors, QList<int>({999}));
+}
+
+void tst_DBusMenuExporter::openedThenAboutToShowIsOneOpening() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    QSignalSpy shown(sub, &QMenu::aboutToShow);
+    // GNOME's order.
+    QVERIFY(published.host().event(subId, u"opened"_s));
+    QVERIFY(published.host().aboutToShow(subId));
+    QCOMPARE(shown.size(), 1);
+    QVERIFY(published.host().event(subId, u"closed"_s));
+    // And again: a new opening.
+    QVERIFY(published.host().event(subId, u"opened"_s));
+    QVERIFY(published.host().aboutToShow(subId));
+    QCOMPARE(shown.size(), 2);
+    // A panel that only asks (no events): every call an opening.
+    QVERIFY(published.host().event(subId, u"closed"_s));
+    QVERIFY(published.host().aboutToShow(subId));
+    QVERIFY(published.host().aboutToShow(subId));
+    QCOMPARE(shown.size(), 4);
+}
+
+void tst_DBusMenuExporter::unreadMenuNeedsUpdateAndAnnouncementFollows() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    // A panel that reads one level (Plasma) has not read the submenu's entries yet.
+    const auto top = published.host().layout(0, 1);
+    QVERIFY(top);
+    const int subId = top->children[0].id;
+    published.settle();
+    const qsizetype updates = published.host().layoutUpdates().size();
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(true));
+    QVERIFY(published.host().waitForLayoutUpdate(updates));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, subId);
+    // Read now: nothing more to read next time.
+    QVERIFY(published.host().layout(subId, 1));
+    QVERIFY(published.host().event(subId, u"closed"_s));
+    QCOMPARE(published.host().aboutToShow(subId), std::optional<bool>(false));
+}
+
+void tst_DBusMenuExporter::kindsAreToldOnceToPanelsReadingKindsAlone() {
+    QMenu menu;
+    menu.addSeparator();
+    menu.addMenu(u"Sub"_s)->addAction(u"Inner"_s);
+    Published published(m_bus->address(), &menu);
+    const QStringList kinds{u"type"_s, u"children-display"_s};
+    // GNOME's reading: the kinds the first time, not again.
+    auto layout = published.host().layout(0, -1, kinds);
+    QVERIFY(layout);
+    QVERIFY(layout->children[0].isSeparator());
+    QVERIFY(layout->children[1].hasSubmenu());
+    layout = published.host().layout(0, -1, kinds);
+    QVERIFY(layout);
+    QVERIFY(layout->children[0].properties.isEmpty());
+    QVERIFY(layout->children[1].properties.isEmpty());
+    // Panels reading labels with their layouts get everything, every time.
+    const QStringList full{u"type"_s, u"label"_s, u"children-display"_s};
+    for (int reading = 0; reading < 2; ++reading) {
+        layout = published.host().layout(0, -1, full);
+        QVERIFY(layout);
+        QVERIFY(layout->children[0].isSeparator());
+        QVERIFY(layout->children[1].hasSubmenu());
+    }
+}
+
+void tst_DBusMenuExporter::panelOpenStateFollowsItsEvents() {
+    QMenu menu;
+    QAction* entry = menu.addAction(u"Entry"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    QSignalSpy closed(&published.exporter, &DBusMenuExporter::menuClosed);
+    QVERIFY(!published.exporter.isMenuOpen());
+    // Asking alone does not open it (some panels ask whenever they like).
+    QVERIFY(published.host().aboutToShow(0));
+    QVERIFY(!published.exporter.isMenuOpen());
+    QVERIFY(published.host().event(0, u"opened"_s));
+    QVERIFY(published.exporter.isMenuOpen());
+    QVERIFY(published.host().event(0, u"closed"_s));
+    QVERIFY(!published.exporter.isMenuOpen());
+    QCOMPARE(closed.size(), 1);
+    // Choosing an entry closes the panel's menu, whether it says so or not.
+    QSignalSpy triggered(entry, &QAction::triggered);
+    QVERIFY(published.host().event(0, u"opened"_s));
+    QVERIFY(published.host().event(layout.children[0].id, u"clicked"_s));
+    QTRY_COMPARE(closed.size(), 2);
+    QCOMPARE(triggered.size(), 1);
+    QVERIFY(!published.exporter.isMenuOpen());
+}
+
+namespace {
+
+// "Collections" with two entries whose submenus are made when highlighted, each holding
+// "Loading…" as made.
+struct OnDemand {
+    OnDemand() {
+        collections = new LazyEntryMenu(
+            u"📁 Collections"_s, u"Loading…"_s,
+            [this](QAction* entry) {
+                ++made;
+                auto* submenu = new QMenu(entry->text(), collections);
+                submenu->addAction(u"Loading…"_s)->setEnabled(false);
+                entry->setMenu(submenu);
+            },
+            &root);
+        reading = collections->addAction(u"Reading  (3)"_s);
+        later = collections->addAction(u"Later  (1)"_s);
+        root.addMenu(collections);
+    }
+
+    QMenu root;
+    LazyEntryMenu* collections = nullptr;
+    QAction* reading = nullptr;
+    QAction* later = nullptr;
+    int made = 0;
+};
+
+} // namespace
+
+void tst_DBusMenuExporter::entriesMadeOnDemandAreSubmenusWithAStandIn() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    QVERIFY(published.isRegistered());
+    const Node layout = published.layout();
+    const Node& collections = layout.children.value(0);
+    QCOMPARE(collections.children.size(), 2);
+    for (const Node& entry : collections.children) {
+        QVERIFY(entry.hasSubmenu());
+        QCOMPARE(entry.children.size(), 1);
+        QCOMPARE(entry.children[0].label(), u"Loading…"_s);
+        QVERIFY(!entry.children[0].isEnabled());
+    }
+    // Reading the whole menu made no submenu.
+    QCOMPARE(menu.made, 0);
+    QVERIFY(!menu.reading->menu());
+    // The stand-in keeps its id from one reading to the next.
+    QCOMPARE(published.layout().children[0].children[0].children[0].id,
+             collections.children[0].children[0].id);
+}
+
+void tst_DBusMenuExporter::standInAnswersLikeAnEntry() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    const int standIn = published.layout().children[0].children[0].children[0].id;
+    QCOMPARE(published.host().property(standIn, u"label"_s).toString(), u"Loading…"_s);
+    QCOMPARE(published.host().property(standIn, u"enabled"_s).toBool(), false);
+    // A click or a highlight of it is no error, and does nothing.
+    QCOMPARE(published.host().eventGroup({{standIn, u"clicked"_s}, {standIn, u"hovered"_s}}),
+             std::optional<QList<int>>(QList<int>()));
+    QCOMPARE(menu.made, 0);
+}
+
+void tst_DBusMenuExporter::aboutToShowMakesTheSubmenu() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    const Node layout = published.layout();
+    const int reading = layout.children[0].children[0].id;
+    // Made as the panel is about to show it: the panel reads it again, and finds what its
+    // stand-in showed.
+    QCOMPARE(published.host().aboutToShow(reading), std::optional<bool>(true));
+    QCOMPARE(menu.made, 1);
+    QVERIFY(menu.reading->menu());
+    QVERIFY(!menu.later->menu());
+    const Node submenu = published.host().layout(reading).value_or(Node());
+    QVERIFY(submenu.hasSubmenu());
+    QCOMPARE(submenu.shownLabels(), QStringList{u"Loading…"_s});
+    // "Collections" and its entries did not change for the panel.
+    published.settle();
+    for (const auto& [revision, parent] : published.host().layoutUpdates())
+        QCOMPARE_NE(parent, layout.children[0].id);
+    QCOMPARE(published.layout().children[0].children.size(), 2);
+    // Shown again: it was made already.
+    QCOMPARE(published.host().aboutToShow(reading), std::optional<bool>(false));
+    QCOMPARE(menu.made, 1);
+}
+
+void tst_DBusMenuExporter::openedEventMakesTheSubmenu() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    const int later = published.layout().children[0].children[1].id;
+    QVERIFY(published.host().event(later, u"opened"_s));
+    QCOMPARE(menu.made, 1);
+    QVERIFY(menu.later->menu());
+    QVERIFY(!menu.reading->menu());
 }
 
 QTEST_MAIN(tst_DBusMenuExporter)

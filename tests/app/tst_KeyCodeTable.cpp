@@ -1,7 +1,10 @@
 #include "app/KeyCodeTable.h"
 #include "config/ShortcutConfig.h"
 
+#include <QKeyEvent>
 #include <QtTest>
+
+using namespace Qt::StringLiterals;
 
 class tst_KeyCodeTable : public QObject {
     Q_OBJECT
@@ -15,6 +18,14 @@ private Q_SLOTS:
     void otherModifiersDropped();
     void qtModifiers();
     void qtModifiersReadsOnlyFourBits();
+    void physicalKeys_data();
+    void physicalKeys();
+    void everyPhysicalKeyCanBeRegistered();
+    void keysWithoutAPlaceOfTheirOwn();
+    void anEventNamesItsPhysicalKey();
+    void anEventWithoutAPhysicalKeyNamesItsKey();
+    void displayText_data();
+    void displayText();
 };
 
 void tst_KeyCodeTable::keys_data() {
@@ -131,6 +142,120 @@ void tst_KeyCodeTable::qtModifiersReadsOnlyFourBits() {
     QCOMPARE(KeyCodeTable::qtModifiers(0x10000 | 0x100 | 0x800000), Qt::KeyboardModifiers());
     QCOMPARE(KeyCodeTable::qtModifiers(0x10000 | 0x100000),
              Qt::KeyboardModifiers(Qt::ControlModifier));
+}
+
+void tst_KeyCodeTable::physicalKeys_data() {
+    // XKB keycodes are the Linux evdev codes + 8; the codes name keys by their place on the
+    // keyboard, as the US layout prints them.
+    QTest::addColumn<uint>("xkbKeycode");
+    QTest::addColumn<int>("code");
+    QTest::newRow("Escape") << 9U << 53;
+    QTest::newRow("1") << 10U << 18;
+    QTest::newRow("0") << 19U << 29;
+    QTest::newRow("Backspace") << 22U << 51;
+    QTest::newRow("Tab") << 23U << 48;
+    QTest::newRow("Q") << 24U << 12;
+    QTest::newRow("R") << 27U << 15;
+    QTest::newRow("Return") << 36U << 36;
+    QTest::newRow("A") << 38U << 0;
+    QTest::newRow("K") << 45U << 40;
+    QTest::newRow(";") << 47U << 41;
+    QTest::newRow("`") << 49U << 50;
+    QTest::newRow("Z") << 52U << 6;
+    QTest::newRow("/") << 61U << 44;
+    QTest::newRow("Space") << 65U << 49;
+    QTest::newRow("F1") << 67U << 122;
+    QTest::newRow("F10") << 76U << 109;
+    QTest::newRow("F12") << 96U << 111;
+    QTest::newRow("Keypad Enter") << 104U << 76;
+    QTest::newRow("Up") << 111U << 126;
+    QTest::newRow("Forward Delete") << 119U << 117;
+    QTest::newRow("F15") << 193U << 113;
+}
+
+void tst_KeyCodeTable::physicalKeys() {
+    QFETCH(uint, xkbKeycode);
+    QFETCH(int, code);
+    QCOMPARE(KeyCodeTable::keyCodeForXkbKeycode(xkbKeycode), std::optional<std::uint16_t>(code));
+}
+
+void tst_KeyCodeTable::everyPhysicalKeyCanBeRegistered() {
+    // Whatever the recorder takes from a physical key, the hot key can turn back into a key; and
+    // no two places share a code.
+    QSet<std::uint16_t> seen;
+    for (std::uint32_t keycode = 0; keycode < 256; ++keycode) {
+        const auto code = KeyCodeTable::keyCodeForXkbKeycode(keycode);
+        if (!code)
+            continue;
+        QVERIFY2(KeyCodeTable::qtKey(*code).has_value(), qPrintable(QString::number(keycode)));
+        QVERIFY2(!seen.contains(*code), qPrintable(QString::number(*code)));
+        seen.insert(*code);
+    }
+    QCOMPARE(seen.size(), 78);
+}
+
+void tst_KeyCodeTable::keysWithoutAPlaceOfTheirOwn() {
+    QCOMPARE(KeyCodeTable::keyCodeForXkbKeycode(0), std::nullopt);
+    QCOMPARE(KeyCodeTable::keyCodeForXkbKeycode(37), std::nullopt);  // Control
+    QCOMPARE(KeyCodeTable::keyCodeForXkbKeycode(50), std::nullopt);  // Shift
+    QCOMPARE(KeyCodeTable::keyCodeForXkbKeycode(87), std::nullopt);  // keypad 1
+    QCOMPARE(KeyCodeTable::keyCodeForXkbKeycode(123), std::nullopt); // volume up
+}
+
+void tst_KeyCodeTable::anEventNamesItsPhysicalKey() {
+    // The K key under Russian, Greek and Hebrew layouts, and the Q key of a French one, which
+    // types "a": the place counts, not the letter.
+    const QKeyEvent russian(QEvent::KeyPress, 0x41B, Qt::ControlModifier | Qt::AltModifier, 45,
+                            0x6cb, 0, u"л"_s);
+    QCOMPARE(KeyCodeTable::keyCode(russian), std::optional<std::uint16_t>(40));
+    const QKeyEvent greek(QEvent::KeyPress, 0x39A, Qt::ControlModifier, 45, 0x7ea, 0, u"κ"_s);
+    QCOMPARE(KeyCodeTable::keyCode(greek), std::optional<std::uint16_t>(40));
+    const QKeyEvent hebrew(QEvent::KeyPress, 0x5DC, Qt::ControlModifier, 45, 0xcec, 0, u"ל"_s);
+    QCOMPARE(KeyCodeTable::keyCode(hebrew), std::optional<std::uint16_t>(40));
+    const QKeyEvent french(QEvent::KeyPress, Qt::Key_A, Qt::ControlModifier, 24, 0x61, 0, u"a"_s);
+    QCOMPARE(KeyCodeTable::keyCode(french), std::optional<std::uint16_t>(12));
+}
+
+void tst_KeyCodeTable::anEventWithoutAPhysicalKeyNamesItsKey() {
+    // Synthetic events carry no keycode; keypad and modifier keys have no place of their own.
+    const QKeyEvent synthetic(QEvent::KeyPress, Qt::Key_K, Qt::ControlModifier);
+    QCOMPARE(KeyCodeTable::keyCode(synthetic), std::optional<std::uint16_t>(40));
+    const QKeyEvent exclamation(QEvent::KeyPress, Qt::Key_Exclam, Qt::ShiftModifier);
+    QCOMPARE(KeyCodeTable::keyCode(exclamation), std::optional<std::uint16_t>(18));
+    const QKeyEvent keypad(QEvent::KeyPress, Qt::Key_1, Qt::KeypadModifier, 87, 0xffb1, 0, u"1"_s);
+    QCOMPARE(KeyCodeTable::keyCode(keypad), std::optional<std::uint16_t>(18));
+    const QKeyEvent control(QEvent::KeyPress, Qt::Key_Control, Qt::ControlModifier, 37, 0xffe3, 0);
+    QCOMPARE(KeyCodeTable::keyCode(control), std::nullopt);
+    const QKeyEvent cyrillic(QEvent::KeyPress, 0x416, Qt::ControlModifier, u"Ж"_s);
+    QCOMPARE(KeyCodeTable::keyCode(cyrillic), std::nullopt);
+}
+
+void tst_KeyCodeTable::displayText_data() {
+    QTest::addColumn<uint>("keyCode");
+    QTest::addColumn<qulonglong>("flags");
+    QTest::addColumn<QString>("displayKey");
+    QTest::addColumn<QString>("expected");
+    // Linux and Windows name the keys as the platform does; the symbols are macOS's.
+    QTest::newRow("default") << 15U << 0x180000ULL << u"R"_s << u"Ctrl+Alt+R"_s;
+    QTest::newRow("recorded under Russian") << 40U << 0x180000ULL << u"Л"_s << u"Ctrl+Alt+K"_s;
+    QTest::newRow("all four") << 40U << 0x1E0000ULL << u"K"_s << u"Meta+Ctrl+Alt+Shift+K"_s;
+    QTest::newRow("control") << 40U << 0x40000ULL << u"K"_s << u"Meta+K"_s;
+    QTest::newRow("no modifier") << 96U << 0ULL << u"F5"_s << u"F5"_s;
+    QTest::newRow("shifted symbol") << 18U << 0x120000ULL << u"!"_s << u"Ctrl+Shift+1"_s;
+    QTest::newRow("space") << 49U << 0x100000ULL << u"SPACE"_s << u"Ctrl+Space"_s;
+    QTest::newRow("other bits") << 40U << (0x180000ULL | 0x10000 | 0x100) << u"K"_s
+                                << u"Ctrl+Alt+K"_s;
+    // A code this table does not know, from a file written elsewhere: the recorded label.
+    QTest::newRow("unknown code") << 10U << 0x100000ULL << u"§"_s << u"Ctrl+§"_s;
+}
+
+void tst_KeyCodeTable::displayText() {
+    QFETCH(uint, keyCode);
+    QFETCH(qulonglong, flags);
+    QFETCH(QString, displayKey);
+    QFETCH(QString, expected);
+    const ShortcutConfig shortcut{std::uint16_t(keyCode), flags, displayKey};
+    QCOMPARE(KeyCodeTable::displayText(shortcut), expected);
 }
 
 QTEST_APPLESS_MAIN(tst_KeyCodeTable)

@@ -2,14 +2,18 @@
 // bookmark service, the web pages and the update manifest played by servers on 127.0.0.1) on a
 // virtual X display with a real XEmbed tray host, driven by real pointer and key input through
 // XTest (xdotool) and the X clipboard (xclip). Every step saves a screenshot under the build
-// folder (screenshots/tst_x11_EndToEnd/).
+// folder (screenshots/tst_x11_EndToEnd/); the README's pictures are its *-detail.png files. The
+// settings window shows the real web application's name and a made-up token of the service's
+// shape, in light and, after the desktop's settings portal turns dark, in dark.
 
 #include "ChildProcess.h"
 #include "FakeRaindropService.h"
+#include "FakeSettingsPortal.h"
 #include "TestHttpServer.h"
 #include "VirtualDesktop.h"
 
 #include "app/AppDelegate.h"
+#include "app/ColorSchemeFollower.h"
 #include "config/AppConfig.h"
 #include "settings/GeneralTab.h"
 #include "settings/PinRow.h"
@@ -18,6 +22,7 @@
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
+#include <QDesktopServices>
 #include <QDir>
 #include <QImage>
 #include <QLineEdit>
@@ -36,7 +41,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QString token = QStringLiteral("e2e-token-2f9c");
+// Made up, in the shape of the service's test tokens (a UUID): the screenshots show it.
+const QString token = QStringLiteral("8d3f2c71-5b9e-4a06-9c4e-2f7d1b6a0e93");
 constexpr qint64 workId = 11;
 constexpr qint64 readingId = 12;
 constexpr qint64 recipesId = 13;
@@ -109,6 +115,14 @@ QAction* entry(const QMenu* menu, const QString& label) {
     return nullptr;
 }
 
+// Whether the X server holds an icon for the window, as title bars and task bars read it.
+bool hasWindowIcon(const QWidget* window) {
+    const auto result =
+        ChildProcess::run({QStringLiteral("xprop"), QStringLiteral("-id"),
+                           QString::number(window->winId()), QStringLiteral("_NET_WM_ICON")});
+    return result.exitCode == 0 && result.output.contains("_NET_WM_ICON(CARDINAL) = ");
+}
+
 QString xclipboard() {
     // Read by an outside client; the events processed meanwhile let this program answer.
     return QString::fromUtf8(
@@ -118,6 +132,15 @@ QString xclipboard() {
 }
 
 } // namespace
+
+// Stands in for the browser: no test opens a real address.
+class Browser : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+public Q_SLOTS:
+    void open(const QUrl& url) { opened.append(url); }
+};
 
 class tst_x11_EndToEnd : public QObject {
     Q_OBJECT
@@ -151,7 +174,12 @@ private:
     bool copyFromOutside(const QString& text);
     SettingsView* settingsWindow() const;
 
+    // Switches the desktop's colour scheme and waits until the settings window shows it.
+    bool preferDark(bool dark);
+
     QString m_screenshots;
+    Browser m_browser;
+    std::unique_ptr<FakeSettingsPortal> m_portal;
     std::unique_ptr<FakeRaindropService> m_service;
     TestHttpServer m_pages;
     TestHttpServer m_manifest;
@@ -212,9 +240,18 @@ void tst_x11_EndToEnd::initTestCase() {
                       "{\"version\": \"" + Environment::buildVersion().toUtf8() +
                       "\", \"download_url\": \"" + pages.toUtf8() + "/download\"}"));
 
+    // The desktop's settings portal, with no colour preference to begin with.
+    m_portal = std::make_unique<FakeSettingsPortal>(VirtualDesktop::shared().busAddress());
+    m_portal->setColorScheme(0, false);
+    QVERIFY(m_portal->start());
+    QDesktopServices::setUrlHandler(QStringLiteral("https"), &m_browser, "open");
+    QDesktopServices::setUrlHandler(QStringLiteral("http"), &m_browser, "open");
+
     Environment environment;
     environment.apiBase = m_service->apiBase();
-    environment.webApp = pages;
+    // The real web application's name, as the settings window shows it; the browser above
+    // keeps any address from being opened.
+    environment.webApp = Environment().webApp;
     environment.updateManifest =
         m_manifest.baseUrl() + QStringLiteral("/apps/quillmar/latest.json");
     // The settings window takes its addresses separately from the delegate.
@@ -228,7 +265,20 @@ void tst_x11_EndToEnd::cleanupTestCase() {
     closeMenus();
     m_clipboardOwner.stop();
     m_app.reset();
+    m_portal.reset();
+    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+    QDesktopServices::unsetUrlHandler(QStringLiteral("http"));
     QFile::remove(AppConfig::filePath());
+}
+
+bool tst_x11_EndToEnd::preferDark(bool dark) {
+    m_portal->setColorScheme(dark ? 1 : 0);
+    SettingsView* window = settingsWindow();
+    QElapsedTimer timer;
+    timer.start();
+    while (ColorSchemeFollower::isDark(window->palette()) != dark && timer.elapsed() < 10000)
+        QTest::qWait(20);
+    return ColorSchemeFollower::isDark(window->palette()) == dark;
 }
 
 bool tst_x11_EndToEnd::screenshot(const QString& name, QRect detail) {
@@ -348,6 +398,7 @@ void tst_x11_EndToEnd::settingsTakeTokenPinsAndShortcut() {
     QTRY_VERIFY(settingsWindow() && settingsWindow()->isVisible());
     SettingsView* window = settingsWindow();
     QTRY_VERIFY(window->isActiveWindow());
+    QVERIFY(hasWindowIcon(window));
 
     // The token, pasted with the keyboard from the X clipboard.
     QVERIFY(copyFromOutside(token));
@@ -394,6 +445,18 @@ void tst_x11_EndToEnd::settingsTakeTokenPinsAndShortcut() {
     QTRY_VERIFY(recorder->shortcut().has_value());
     QCOMPARE(recorder->shortcut()->displayKey, QStringLiteral("K"));
     QVERIFY(screenshot(QStringLiteral("settings-shortcuts"), window->frameGeometry()));
+
+    // The desktop turns dark: the open window follows, both tabs.
+    QVERIFY(preferDark(true));
+    QVERIFY(screenshot(QStringLiteral("settings-shortcuts-dark"), window->frameGeometry()));
+    const QImage darkShot(m_screenshots + QStringLiteral("/settings-shortcuts-dark.png"));
+    const QColor darkBackground = darkShot.pixelColor(window->geometry().topLeft() + QPoint(8, 60));
+    QVERIFY2(darkBackground.lightnessF() < 0.3, qPrintable(darkBackground.name()));
+    click(tabs->tabBar()->mapToGlobal(tabs->tabBar()->tabRect(0).center()));
+    QTRY_COMPARE(tabs->currentIndex(), 0);
+    QVERIFY(screenshot(QStringLiteral("settings-general-dark"), window->frameGeometry()));
+    QVERIFY(preferDark(false));
+    QVERIFY(m_browser.opened.isEmpty());
 
     QPushButton* save = window->findChild<QPushButton*>(QStringLiteral("saveButton"));
     QVERIFY(save && save->isEnabled());

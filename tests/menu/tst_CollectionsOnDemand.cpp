@@ -18,6 +18,12 @@ MenuManager::Timings testTimings() {
     return timings;
 }
 
+AppConfig tokenOnly() {
+    AppConfig config;
+    config.token = u"t"_s;
+    return config;
+}
+
 int menusWithin(const QMenu* menu) {
     return int(menu->findChildren<QMenu*>().size());
 }
@@ -45,8 +51,7 @@ void tst_CollectionsOnDemand::entriesHaveNoSubmenuUntilHighlighted() {
     service.setItems(u"col_1007"_s,
                      {FakeService::bookmark(5, u"Seventh's bookmark"_s, u"https://7.example/"_s)});
     StatusItem statusItem;
-    MenuManager manager(&statusItem, AppConfig{.token = u"t"_s}, service.environment(),
-                        testTimings());
+    MenuManager manager(&statusItem, tokenOnly(), service.environment(), testTimings());
     manager.buildInitialMenu();
     manager.loadData();
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);

@@ -74,7 +74,7 @@ void tst_LazyEntryMenu::highlightsOfSubmenuItemsMakeNothing() {
     int made = 0;
     LazyEntryMenu menu(u"Tags"_s, u"Loading…"_s, [&made](QAction* entry) {
         ++made;
-        entry->setMenu(new QMenu(entry->text(), entry->parentWidget()));
+        entry->setMenu(new QMenu(entry->text(), qobject_cast<QWidget*>(entry->parent())));
     });
     QAction* entry = menu.addAction(u"#later  (1)"_s);
     entry->hover();

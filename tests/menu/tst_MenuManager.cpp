@@ -124,6 +124,8 @@ private Q_SLOTS:
     void toggleFavouriteFailure();
     void refreshAction();
     void refreshTimer();
+    void refreshWaitsForOpenMenuToClose();
+    void builtMenuWaitsForOpenMenuToClose();
     void overlappingBuilds();
     void managerGoneMidBuild();
     void openSettings();
@@ -780,6 +782,51 @@ void tst_MenuManager::refreshTimer() {
     const int asked = service.count(u"favourites"_s);
     QTest::qWait(700);
     QCOMPARE(service.count(u"favourites"_s), asked);
+}
+
+void tst_MenuManager::refreshWaitsForOpenMenuToClose() {
+    FakeService service;
+    fillRich(service);
+    StatusItem statusItem;
+    auto manager = start(service, statusItem, richConfig());
+    QMenu* menu = MenuTree::waitForFullMenu(statusItem);
+    QVERIFY(menu);
+    QVERIFY(service.server.waitForRequests(6));
+    service.server.clearRequests();
+    menu->popup(QPoint(100, 100));
+    QTRY_VERIFY(menu->isVisible());
+
+    // The timer fires (or "Refresh" is chosen by key) while the user reads the menu.
+    manager->refresh();
+    settle();
+    QCOMPARE(statusItem.menu(), menu);
+    QVERIFY(menu->isVisible());
+    QCOMPARE(service.server.requestCount(), 0);
+
+    // Once it closes, the menu is rebuilt as usual.
+    menu->hide();
+    QMenu* rebuilt = MenuTree::waitForFullMenu(statusItem, menu);
+    QVERIFY(rebuilt);
+    QCOMPARE(service.count(u"favourites"_s), 1);
+}
+
+void tst_MenuManager::builtMenuWaitsForOpenMenuToClose() {
+    FakeService service;
+    fillRich(service);
+    service.set(u"favourites"_s, FakeService::list({}).after(200ms));
+    StatusItem statusItem;
+    auto manager = start(service, statusItem, richConfig());
+    QMenu* placeholder = statusItem.menu();
+    placeholder->popup(QPoint(100, 100));
+    QTRY_VERIFY(placeholder->isVisible());
+    // The build ends with the requests for the pinned lists, and with the full menu.
+    QVERIFY(service.server.waitForRequests(6));
+    settle();
+    QCOMPARE(statusItem.menu(), placeholder);
+    QVERIFY(placeholder->isVisible());
+
+    placeholder->hide();
+    QVERIFY(MenuTree::waitForFullMenu(statusItem, placeholder));
 }
 
 void tst_MenuManager::overlappingBuilds() {

@@ -46,6 +46,7 @@ private Q_SLOTS:
     void aptResolvesDependenciesOnFreshSystem();
     void desktopEntryAndIcons();
     void appStreamMetadataValidates();
+    void copyrightIsMachineReadable();
     void startsFromUnpackedRoot();
 
 private:
@@ -122,13 +123,19 @@ void tst_x11_DebPackage::dependenciesCoverEveryLinkedLibrary() {
              qPrintable(dynamic));
     const QRegularExpression needed(QStringLiteral(R"(\(NEEDED\).*\[(.+)\])"));
     const QStringList depends = dependencies();
+    // The libraries of this architecture only: a machine may also hold 32-bit copies
+    // (libc6-i386 has a libm.so.6 too).
+    const QString multiarch =
+        run({QStringLiteral("dpkg-architecture"), QStringLiteral("-qDEB_HOST_MULTIARCH")})
+            .trimmed();
+    QVERIFY(!multiarch.isEmpty());
     int libraries = 0;
     for (auto it = needed.globalMatch(dynamic); it.hasNext();) {
         const QString soname = it.next().captured(1);
-        const QString owner =
-            run({QStringLiteral("dpkg"), QStringLiteral("-S"), QStringLiteral("*/") + soname})
-                .section(u':', 0, 0)
-                .trimmed();
+        const QString owner = run({QStringLiteral("dpkg"), QStringLiteral("-S"),
+                                   QStringLiteral("*/%1/%2").arg(multiarch, soname)})
+                                  .section(u':', 0, 0)
+                                  .trimmed();
         QVERIFY2(!owner.isEmpty(), qPrintable(soname));
         QVERIFY2(depends.contains(owner), qPrintable(soname + QStringLiteral(" from ") + owner));
         ++libraries;
@@ -145,16 +152,20 @@ void tst_x11_DebPackage::fileList() {
         files.append(line.section(u' ', -1));
     }
     files.sort();
-    QCOMPARE(files,
-             QStringList({
-                 QStringLiteral("./usr/bin/quillmar"),
-                 QStringLiteral("./usr/share/applications/") + appId + QStringLiteral(".desktop"),
-                 QStringLiteral("./usr/share/icons/hicolor/scalable/apps/") + appId +
-                     QStringLiteral(".svg"),
-                 QStringLiteral("./usr/share/icons/hicolor/symbolic/apps/") + appId +
-                     QStringLiteral("-symbolic.svg"),
-                 QStringLiteral("./usr/share/metainfo/") + appId + QStringLiteral(".metainfo.xml"),
-             }));
+    QCOMPARE(
+        files,
+        QStringList({
+            QStringLiteral("./usr/bin/quillmar"),
+            QStringLiteral("./usr/share/applications/") + appId + QStringLiteral(".desktop"),
+            QStringLiteral("./usr/share/dbus-1/services/") + appId + QStringLiteral(".service"),
+            QStringLiteral("./usr/share/doc/quillmar/copyright"),
+            QStringLiteral("./usr/share/icons/hicolor/scalable/apps/") + appId +
+                QStringLiteral(".svg"),
+            QStringLiteral("./usr/share/icons/hicolor/symbolic/apps/") + appId +
+                QStringLiteral("-symbolic.svg"),
+            QStringLiteral("./usr/share/metainfo/") + appId + QStringLiteral(".metainfo.xml"),
+            QStringLiteral("./usr/share/quillmar/autostart/") + appId + QStringLiteral(".desktop"),
+        }));
     QVERIFY(QFileInfo(file(QStringLiteral("usr/bin/quillmar"))).isExecutable());
 }
 
@@ -188,21 +199,29 @@ void tst_x11_DebPackage::aptResolvesDependenciesOnFreshSystem() {
 void tst_x11_DebPackage::desktopEntryAndIcons() {
     const QString entryPath =
         file(QStringLiteral("usr/share/applications/") + appId + QStringLiteral(".desktop"));
-    int exitCode = -1;
-    const QString complaints = run({QStringLiteral("desktop-file-validate"), entryPath}, &exitCode);
-    QVERIFY2(exitCode == 0 && !complaints.contains(QStringLiteral("error")),
-             qPrintable(complaints));
+    for (const QString& entry : {entryPath, file(QStringLiteral("usr/share/quillmar/autostart/") +
+                                                 appId + QStringLiteral(".desktop"))}) {
+        int exitCode = -1;
+        const QString complaints = run({QStringLiteral("desktop-file-validate"), entry}, &exitCode);
+        QVERIFY2(exitCode == 0 && complaints.isEmpty(), qPrintable(entry + complaints));
+    }
 
     QFile entryFile(entryPath);
     QVERIFY(entryFile.open(QIODevice::ReadOnly));
     const QStringList lines = QString::fromUtf8(entryFile.readAll()).split(u'\n');
     for (const QString& expected :
          {QStringLiteral("Name=Quillmar"), QStringLiteral("Exec=quillmar"),
-          QStringLiteral("Icon=") + appId, QStringLiteral("Categories=Utility;Network;"),
-          QStringLiteral("Type=Application"), QStringLiteral("NoDisplay=false")})
+          QStringLiteral("Icon=") + appId, QStringLiteral("Categories=Utility;"),
+          QStringLiteral("Type=Application"), QStringLiteral("DBusActivatable=true")})
         QVERIFY2(lines.contains(expected), qPrintable(expected));
-    // The program it starts is the one installed.
+    // The program it starts is the one installed, by D-Bus as by name.
     QVERIFY(QFileInfo::exists(file(QStringLiteral("usr/bin/quillmar"))));
+    QFile service(
+        file(QStringLiteral("usr/share/dbus-1/services/") + appId + QStringLiteral(".service")));
+    QVERIFY(service.open(QIODevice::ReadOnly));
+    QCOMPARE(QString::fromUtf8(service.readAll()).split(u'\n', Qt::SkipEmptyParts),
+             QStringList({QStringLiteral("[D-BUS Service]"), QStringLiteral("Name=") + appId,
+                          QStringLiteral("Exec=/usr/bin/quillmar")}));
 
     // Both icons are real SVG drawings that Qt's SVG plugin (a dependency) renders.
     for (const QString& icon :
@@ -244,6 +263,43 @@ void tst_x11_DebPackage::appStreamMetadataValidates() {
     QCOMPARE(id, appId);
     QCOMPARE(launchable, appId + QStringLiteral(".desktop"));
     QCOMPARE(release, Environment::buildVersion());
+}
+
+void tst_x11_DebPackage::copyrightIsMachineReadable() {
+    // Read by python3-debian's parser of Debian's machine-readable format, strictly: it refuses
+    // a file that breaks the format. It prints what this test compares.
+    const QString script = QStringLiteral(R"(
+import sys
+from debian.copyright import Copyright
+with open(sys.argv[1], encoding="utf-8") as f:
+    c = Copyright(f, strict=True)
+h = c.header
+print(h.format)
+print(h.upstream_name)
+for p in c.all_files_paragraphs():
+    print("|".join(p.files), p.copyright, p.license.synopsis, sep="\t")
+    print(p.license.text)
+)");
+    int exitCode = -1;
+    const QString parsed = run({QStringLiteral("/usr/bin/python3"), QStringLiteral("-c"), script,
+                                file(QStringLiteral("usr/share/doc/quillmar/copyright"))},
+                               &exitCode);
+    QVERIFY2(exitCode == 0, qPrintable(parsed));
+    const QStringList lines = parsed.split(u'\n');
+    QCOMPARE(lines.value(0),
+             QStringLiteral("https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/"));
+    QCOMPARE(lines.value(1), QStringLiteral("Quillmar"));
+    // Everything is the developers' own, under the MIT licence (Debian's name: Expat).
+    QCOMPARE(lines.value(2), QStringLiteral("*\t2026 The Quillmar developers\tExpat"));
+
+    // The licence text is LICENSE's, word for word, after its title and copyright line.
+    QFile license(QStringLiteral(QUILLMAR_SOURCE_DIR) + QStringLiteral("/LICENSE"));
+    QVERIFY(license.open(QIODevice::ReadOnly));
+    const QString licenseText = QString::fromUtf8(license.readAll());
+    QVERIFY(licenseText.startsWith(
+        QStringLiteral("MIT License\n\nCopyright (c) 2026 The Quillmar developers\n\n")));
+    const QString terms = licenseText.mid(licenseText.indexOf(QStringLiteral("Permission")));
+    QCOMPARE(lines.mid(3).join(u'\n').trimmed(), terms.trimmed());
 }
 
 void tst_x11_DebPackage::startsFromUnpackedRoot() {

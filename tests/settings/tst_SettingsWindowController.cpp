@@ -1,5 +1,6 @@
 #include "SettingsFixtures.h"
 #include "TestHttpServer.h"
+#include "app/StatusItem.h"
 #include "config/SettingsNotifier.h"
 #include "settings/PinList.h"
 #include "settings/PinRow.h"
@@ -121,8 +122,13 @@ private Q_SLOTS:
         QCOMPARE(window()->maximumSize(), QSize(500, 460));
         QVERIFY(!window()->testAttribute(Qt::WA_DeleteOnClose));
         QCOMPARE(QApplication::activeWindow(), window());
-        const QPoint centre = window()->screen()->availableGeometry().center();
-        QVERIFY((window()->geometry().center() - centre).manhattanLength() <= 2);
+        // The content is centred, not the frame around it.
+        QCOMPARE(window()->geometry().center(), window()->screen()->availableGeometry().center());
+        QVERIFY(window()->frameGeometry() != window()->geometry());
+        // The drop in the title bar and the task bar.
+        const QImage icon = window()->windowIcon().pixmap(32).toImage();
+        QVERIFY(!icon.isNull());
+        QCOMPARE(icon, StatusItem::dropIcon().pixmap(32).toImage());
         QVERIFY(mainMenu());
         // The account is loaded as the window comes on screen.
         QTRY_COMPARE(collectionRows().size(), 5);
@@ -258,7 +264,7 @@ private Q_SLOTS:
         SettingsWindowController::show();
         QVERIFY(QTest::qWaitForWindowActive(window()));
         QCOMPARE(tokenField()->text(), m_token);
-        QCOMPARE(recorder()->findChild<QLabel*>(u"recorderLabel"_s)->text(), u"⇧⌘K"_s);
+        QCOMPARE(recorder()->findChild<QLabel*>(u"recorderLabel"_s)->text(), u"Ctrl+Shift+K"_s);
         QTRY_VERIFY(!window()->vm()->isLoading());
         QVERIFY(collectionRow(u"Reading list"_s)->isPinned());
         QVERIFY(collectionRow(u"Work"_s)->isPinned());

@@ -152,15 +152,16 @@ void ChildProcess::stop() {
 }
 
 ChildProcess::Result ChildProcess::run(const QStringList& command,
-                                       std::chrono::milliseconds timeout) {
+                                       std::chrono::milliseconds timeout, bool withErrors) {
     Result result;
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0)
         return result;
-    const int errFd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const int errFd = withErrors ? pipeFds[1] : open("/dev/null", O_WRONLY | O_CLOEXEC);
     const pid_t pid = spawn(command, pipeFds[1], errFd);
     close(pipeFds[1]);
-    close(errFd);
+    if (!withErrors)
+        close(errFd);
     if (pid <= 0) {
         close(pipeFds[0]);
         return result;

@@ -15,7 +15,7 @@ class ChildProcess {
 public:
     struct Result {
         int exitCode = -1; // -1: did not end in time, or was killed by a signal
-        QByteArray output; // standard output
+        QByteArray output; // standard output (and error, when asked for)
     };
 
     ChildProcess() = default;
@@ -35,11 +35,13 @@ public:
     void stop();
     pid_t pid() const { return m_pid; }
 
-    // Runs command to its end and returns its exit code and standard output; kills it when it
-    // takes longer than timeout. While waiting, a running application's events are processed,
-    // so that the program may talk to the test's own windows (a clipboard read, for example).
+    // Runs command to its end and returns its exit code and standard output (withErrors: and
+    // its standard error, as the program interleaves them); kills it when it takes longer than
+    // timeout. While waiting, a running application's events are processed, so that the program
+    // may talk to the test's own windows (a clipboard read, for example).
     static Result run(const QStringList& command,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(10));
+                      std::chrono::milliseconds timeout = std::chrono::seconds(10),
+                      bool withErrors = false);
 
 private:
     bool reap(bool wait);

@@ -4,7 +4,7 @@
 
 namespace {
 
-// No <servicedir>: nothing is started on demand.
+// %2: the <servicedir> element of the programs started on demand, if any.
 const char sessionConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -12,7 +12,7 @@ const char sessionConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
   <type>session</type>
   <listen>unix:dir=%1</listen>
   <auth>EXTERNAL</auth>
-  <policy context="default">
+%2  <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
@@ -21,7 +21,7 @@ const char sessionConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
 )";
 
 // As the system's own: names are not free to own, and a method call goes only to the bus and to
-// the services.
+// the services. %3: as %2 above.
 const char systemConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -29,7 +29,7 @@ const char systemConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
   <type>system</type>
   <listen>unix:dir=%1</listen>
   <auth>EXTERNAL</auth>
-  <policy context="default">
+%3  <policy context="default">
     <allow user="*"/>
     <deny own="*"/>
     <deny send_type="method_call"/>
@@ -52,14 +52,20 @@ const char systemConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
 } // namespace
 
 QString PrivateSessionBus::configuration() const {
+    const QString serviceDirectory = m_serviceDirectory.isEmpty()
+                                         ? QString()
+                                         : QStringLiteral("  <servicedir>%1</servicedir>\n")
+                                               .arg(m_serviceDirectory.toHtmlEscaped());
     if (m_kind == Kind::Session)
-        return QString::fromLatin1(sessionConfiguration).arg(m_directory.path());
+        return QString::fromLatin1(sessionConfiguration)
+            .arg(m_directory.path(), serviceDirectory);
     QString services;
     for (const QString& service : m_systemServices)
         services += QStringLiteral("    <allow own=\"%1\"/>\n"
                                    "    <allow send_destination=\"%1\"/>\n")
                         .arg(service);
-    return QString::fromLatin1(systemConfiguration).arg(m_directory.path(), services);
+    return QString::fromLatin1(systemConfiguration)
+        .arg(m_directory.path(), services, serviceDirectory);
 }
 
 bool PrivateSessionBus::start(const QString& logFile) {

@@ -7,8 +7,9 @@
 #include <QTemporaryDir>
 
 // A session bus of a test's own: a dbus-daemon that starts no services, so that nothing answers
-// that the test did not start. It stops when this object goes and dies with the test process.
-// Works before a QCoreApplication exists.
+// that the test did not start, unless the test gives it a folder of service files to start
+// programs from on demand. It stops when this object goes and dies with the test process (the
+// programs it started do not: the test stops them). Works before a QCoreApplication exists.
 //
 // Made as a system bus, it is configured like the system's: only the names given may be owned,
 // and only their owners and the bus itself take method calls.
@@ -23,8 +24,12 @@ public:
     PrivateSessionBus(const PrivateSessionBus&) = delete;
     PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
 
-    // Starts the daemon and waits until it accepts connections. Its messages are appended to
-    // logFile (none: dropped).
+    // The folder of D-Bus service files (NAME.service) from which the next start() lets the bus
+    // start programs, with the environment of this process at that start.
+    void setServiceDirectory(const QString& directory) { m_serviceDirectory = directory; }
+
+    // Starts the daemon and waits until it accepts connections. Its messages, and those of the
+    // programs it starts, are appended to logFile (none: dropped).
     bool start(const QString& logFile = QString());
     void stop();
 
@@ -41,4 +46,5 @@ private:
     QTemporaryDir m_directory;
     ChildProcess m_daemon;
     QString m_address;
+    QString m_serviceDirectory;
 };

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDBusArgument>
+#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
@@ -13,6 +14,44 @@ namespace {
 const QString itemInterface = QStringLiteral("org.kde.StatusNotifierItem");
 const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
 const QString connectionName = QStringLiteral("test-status-notifier-host");
+
+// One event of EventGroup as a panel sends it, D-Bus type (isvu).
+struct HostEvent {
+    int id = 0;
+    QString eventId;
+};
+
+QDBusArgument& operator<<(QDBusArgument& argument, const HostEvent& event) {
+    argument.beginStructure();
+    argument << event.id << event.eventId << QDBusVariant(0) << 0u;
+    argument.endStructure();
+    return argument;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& argument, HostEvent& event) {
+    QDBusVariant data;
+    uint timestamp = 0;
+    argument.beginStructure();
+    argument >> event.id >> event.eventId >> data >> timestamp;
+    argument.endStructure();
+    return argument;
+}
+
+// A list of (ia{sv}): entries with their properties.
+QList<QPair<int, QVariantMap>> readItems(const QDBusArgument& argument) {
+    QList<QPair<int, QVariantMap>> items;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        int id = 0;
+        QVariantMap properties;
+        argument.beginStructure();
+        argument >> id >> properties;
+        argument.endStructure();
+        items.append({id, properties});
+    }
+    argument.endArray();
+    return items;
+}
 
 TestStatusNotifierHost::MenuNode readNode(const QDBusArgument& argument) {
     TestStatusNotifierHost::MenuNode node;
@@ -30,6 +69,8 @@ TestStatusNotifierHost::MenuNode readNode(const QDBusArgument& argument) {
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(HostEvent)
 
 QString TestStatusNotifierHost::MenuNode::label() const {
     return properties.value(QStringLiteral("label")).toString();
@@ -89,7 +130,10 @@ TestStatusNotifierHost::MenuNode::find(const QString& shown) const {
 
 TestStatusNotifierHost::TestStatusNotifierHost(const QString& busAddress, QObject* parent)
     : QObject(parent)
-    , m_connection(QDBusConnection::connectToBus(busAddress, connectionName)) {}
+    , m_connection(QDBusConnection::connectToBus(busAddress, connectionName)) {
+    qDBusRegisterMetaType<HostEvent>();
+    qDBusRegisterMetaType<QList<HostEvent>>();
+}
 
 TestStatusNotifierHost::~TestStatusNotifierHost() {
     QDBusConnection::disconnectFromBus(connectionName);
@@ -98,7 +142,13 @@ TestStatusNotifierHost::~TestStatusNotifierHost() {
 bool TestStatusNotifierHost::attach(const QString& service, const QString& itemPath) {
     m_service = service;
     m_itemPath = itemPath;
-    m_menuPath = itemProperty(QStringLiteral("Menu")).value<QDBusObjectPath>().path();
+    return attachMenu(service,
+                      itemProperty(QStringLiteral("Menu")).value<QDBusObjectPath>().path());
+}
+
+bool TestStatusNotifierHost::attachMenu(const QString& service, const QString& menuPath) {
+    m_service = service;
+    m_menuPath = menuPath;
     if (m_menuPath.isEmpty())
         return false;
     return m_connection.connect(m_service, m_menuPath, menuInterface,
@@ -130,10 +180,10 @@ QVariant TestStatusNotifierHost::itemProperty(const QString& name) {
     return reply.arguments().constFirst().value<QDBusVariant>().variant();
 }
 
-std::optional<TestStatusNotifierHost::MenuNode> TestStatusNotifierHost::layout(int parentId,
-                                                                               int depth) {
-    const QDBusMessage reply = call(m_menuPath, menuInterface, QStringLiteral("GetLayout"),
-                                    {parentId, depth, QStringList()});
+std::optional<TestStatusNotifierHost::MenuNode>
+TestStatusNotifierHost::layout(int parentId, int depth, const QStringList& names) {
+    const QDBusMessage reply =
+        call(m_menuPath, menuInterface, QStringLiteral("GetLayout"), {parentId, depth, names});
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
         return std::nullopt;
     m_revision = reply.arguments().at(0).toUInt();
@@ -152,6 +202,51 @@ bool TestStatusNotifierHost::event(int id, const QString& eventId) {
         call(m_menuPath, menuInterface, QStringLiteral("Event"),
              {id, eventId, QVariant::fromValue(QDBusVariant(QString())), 0u});
     return reply.type() == QDBusMessage::ReplyMessage;
+}
+
+std::optional<TestStatusNotifierHost::GroupAnswer>
+TestStatusNotifierHost::aboutToShowGroup(const QList<int>& ids) {
+    const QDBusMessage reply = call(m_menuPath, menuInterface, QStringLiteral("AboutToShowGroup"),
+                                    {QVariant::fromValue(ids)});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
+        return std::nullopt;
+    return GroupAnswer{qdbus_cast<QList<int>>(reply.arguments().at(0)),
+                       qdbus_cast<QList<int>>(reply.arguments().at(1))};
+}
+
+std::optional<QList<int>>
+TestStatusNotifierHost::eventGroup(const QList<QPair<int, QString>>& events) {
+    QList<HostEvent> list;
+    for (const auto& [id, eventId] : events)
+        list.append({id, eventId});
+    const QDBusMessage reply =
+        call(m_menuPath, menuInterface, QStringLiteral("EventGroup"), {QVariant::fromValue(list)});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 1)
+        return std::nullopt;
+    return qdbus_cast<QList<int>>(reply.arguments().at(0));
+}
+
+std::optional<QList<QPair<int, QVariantMap>>>
+TestStatusNotifierHost::groupProperties(const QList<int>& ids, const QStringList& names) {
+    const QDBusMessage reply = call(m_menuPath, menuInterface, QStringLiteral("GetGroupProperties"),
+                                    {QVariant::fromValue(ids), names});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 1)
+        return std::nullopt;
+    return readItems(reply.arguments().at(0).value<QDBusArgument>());
+}
+
+QVariant TestStatusNotifierHost::property(int id, const QString& name) {
+    const QDBusMessage reply =
+        call(m_menuPath, menuInterface, QStringLiteral("GetProperty"), {id, name});
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return {};
+    return reply.arguments().constFirst().value<QDBusVariant>().variant();
+}
+
+QString TestStatusNotifierHost::introspect(const QString& path) {
+    const QDBusMessage reply = call(path, QStringLiteral("org.freedesktop.DBus.Introspectable"),
+                                    QStringLiteral("Introspect"), {});
+    return reply.arguments().value(0).toString();
 }
 
 bool TestStatusNotifierHost::activate(QPoint at) {
@@ -178,6 +273,18 @@ void TestStatusNotifierHost::onLayoutUpdated(uint revision, int parent) {
     m_layoutUpdates.append({revision, parent});
 }
 
-void TestStatusNotifierHost::onItemsPropertiesUpdated(const QDBusMessage&) {
+void TestStatusNotifierHost::onItemsPropertiesUpdated(const QDBusMessage& message) {
     ++m_propertyUpdates;
+    if (!message.arguments().isEmpty())
+        m_updatedProperties += readItems(message.arguments().constFirst().value<QDBusArgument>());
+}
+
+bool TestStatusNotifierHost::waitForPropertyUpdate(int count, int timeoutMs) {
+    QDeadlineTimer deadline(timeoutMs);
+    while (m_propertyUpdates <= count) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
 }

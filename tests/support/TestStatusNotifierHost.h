@@ -46,23 +46,46 @@ public:
 
     // Talks to the item at service and path from now on and listens to its menu's signals.
     bool attach(const QString& service, const QString& itemPath);
+    // Talks to a menu alone, exported at menuPath by service.
+    bool attachMenu(const QString& service, const QString& menuPath);
 
     // A property of the item (org.kde.StatusNotifierItem), invalid when it cannot be read.
     QVariant itemProperty(const QString& name);
     QString menuPath() const { return m_menuPath; }
 
-    // The menu below parentId (0: the whole menu) down to depth levels (-1: all).
-    std::optional<MenuNode> layout(int parentId = 0, int depth = -1);
+    // The menu below parentId (0: the whole menu) down to depth levels (-1: all), with the
+    // properties named (none: all).
+    std::optional<MenuNode> layout(int parentId = 0, int depth = -1, const QStringList& names = {});
     uint lastRevision() const { return m_revision; }
     // The value of AboutToShow ("update needed"); none when the call fails.
     std::optional<bool> aboutToShow(int id);
     bool event(int id, const QString& eventId);
+    // AboutToShowGroup: the ids whose menus need reading again and the unknown ids; none when
+    // the call fails.
+    struct GroupAnswer {
+        QList<int> updatesNeeded;
+        QList<int> idErrors;
+    };
+    std::optional<GroupAnswer> aboutToShowGroup(const QList<int>& ids);
+    // EventGroup with one (id, event) pair per entry: the unknown ids; none when the call fails.
+    std::optional<QList<int>> eventGroup(const QList<QPair<int, QString>>& events);
+    // GetGroupProperties: each entry's id and properties, in the order sent.
+    std::optional<QList<QPair<int, QVariantMap>>> groupProperties(const QList<int>& ids,
+                                                                  const QStringList& names = {});
+    // GetProperty; invalid when the call fails.
+    QVariant property(int id, const QString& name);
+    // The introspection data of the object at path.
+    QString introspect(const QString& path);
     bool activate(QPoint at);
     bool contextMenu(QPoint at);
 
     // LayoutUpdated signals received so far: (revision, parent id).
     QList<QPair<uint, int>> layoutUpdates() const { return m_layoutUpdates; }
+    // ItemsPropertiesUpdated signals received so far, and the properties they set.
     int propertyUpdates() const { return m_propertyUpdates; }
+    QList<QPair<int, QVariantMap>> updatedProperties() const { return m_updatedProperties; }
+    // Spins the event loop until more than count ItemsPropertiesUpdated signals arrived.
+    bool waitForPropertyUpdate(int count, int timeoutMs = 10000);
     // Spins the event loop until more than count LayoutUpdated signals arrived.
     bool waitForLayoutUpdate(qsizetype count, int timeoutMs = 10000);
 
@@ -82,4 +105,5 @@ private:
     uint m_revision = 0;
     QList<QPair<uint, int>> m_layoutUpdates;
     int m_propertyUpdates = 0;
+    QList<QPair<int, QVariantMap>> m_updatedProperties;
 };

@@ -6,6 +6,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMenu>
@@ -71,7 +72,8 @@ private:
 };
 
 void tst_MenuManagerUpdates::init() {
-    QSettings settings(QSettings::IniFormat, QSettings::UserScope, u"quillmar"_s, u"quillmar"_s);
+    QSettings settings(QDir::homePath() + u"/.config/quillmar/quillmar.ini"_s,
+                       QSettings::IniFormat);
     settings.clear();
     settings.sync();
     m_service = std::make_unique<FakeRaindropService>(token);

@@ -1,5 +1,6 @@
 #include "AlertCatcher.h"
 #include "TestHttpServer.h"
+#include "config/AppConfig.h"
 #include "update/UpdateChecker.h"
 
 #include <QAbstractButton>
@@ -7,10 +8,12 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMessageBox>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <functional>
@@ -30,9 +33,13 @@ QByteArray manifest(const QString& version, const QString& url = downloadUrl) {
         .toJson(QJsonDocument::Compact);
 }
 
+// Beside the configuration file, in the home directory.
+QString settingsFile() {
+    return QDir::homePath() + u"/.config/quillmar/quillmar.ini"_s;
+}
+
 std::unique_ptr<QSettings> settings() {
-    return std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope, u"quillmar"_s,
-                                       u"quillmar"_s);
+    return std::make_unique<QSettings>(settingsFile(), QSettings::IniFormat);
 }
 
 std::optional<QString> notifiedVersion() {
@@ -86,6 +93,12 @@ private:
 
 class tst_UpdateChecker : public QObject {
     Q_OBJECT
+public:
+    // Programs that follow XDG_CONFIG_HOME write elsewhere than ~/.config; Quillmar does not.
+    static void initMain() {
+        qputenv("XDG_CONFIG_HOME", (QDir::homePath() + u"/xdg-config-elsewhere"_s).toLocal8Bit());
+    }
+
 private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
@@ -108,6 +121,7 @@ private Q_SLOTS:
     void followsRedirects();
     void missingVersionMeansEveryReleaseIsNewer();
     void versionRecordedBeforeAlert();
+    void versionKeptBesideConfigurationWhateverXdgConfigHome();
     void silentStaysSilentOnFailureAndUpToDate_data();
     void silentStaysSilentOnFailureAndUpToDate();
     void silentAnnouncesVersionOnce();
@@ -131,6 +145,8 @@ private:
 };
 
 void tst_UpdateChecker::initTestCase() {
+    // Left by an earlier run (the home folder stays between runs).
+    QDir(qEnvironmentVariable("XDG_CONFIG_HOME")).removeRecursively();
     // Every scheme the tests hand out, and none (a relative address), lands here instead of a
     // browser.
     for (const QString& scheme : {u"https"_s, u"http"_s, u"ftp"_s, QString()})
@@ -401,7 +417,7 @@ void tst_UpdateChecker::versionRecordedBeforeAlert() {
     QByteArray fileWhileOpen;
     OpenAlertAction later([&](QMessageBox* box) {
         recordedWhileOpen = notifiedVersion();
-        QFile file(qEnvironmentVariable("XDG_CONFIG_HOME") + u"/quillmar/quillmar.ini"_s);
+        QFile file(settingsFile());
         if (file.open(QIODevice::ReadOnly))
             fileWhileOpen = file.readAll();
         box->buttons().constLast()->click();
@@ -412,6 +428,27 @@ void tst_UpdateChecker::versionRecordedBeforeAlert() {
     QCOMPARE(recordedWhileOpen, u"2.0"_s);
     // Written through to the file beside the configuration, not only held in memory.
     QVERIFY(fileWhileOpen.contains("lastNotifiedUpdateVersion=2.0"));
+}
+
+void tst_UpdateChecker::versionKeptBesideConfigurationWhateverXdgConfigHome() {
+    // Both files of Quillmar live in ~/.config/quillmar, also where the desktop sets another
+    // configuration folder for programs that follow it (initMain does so for this test).
+    const QString elsewhere = qEnvironmentVariable("XDG_CONFIG_HOME");
+    QCOMPARE(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation), elsewhere);
+    QVERIFY(QFileInfo(elsewhere).dir() != QFileInfo(settingsFile()).dir());
+
+    serve(manifest(u"2.0"_s));
+    AlertCatcher alerts(1); // "Later"
+    auto updates = checker(u"1.0"_s);
+    updates->checkForUpdates();
+    QVERIFY(alerts.waitForAlerts(1));
+
+    QCOMPARE(UpdateChecker::settingsFilePath(), settingsFile());
+    QCOMPARE(QFileInfo(settingsFile()).dir(), QFileInfo(AppConfig::filePath()).dir());
+    QFile file(settingsFile());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.readAll().contains("lastNotifiedUpdateVersion=2.0"));
+    QVERIFY(!QFileInfo::exists(elsewhere + u"/quillmar"_s));
 }
 
 void tst_UpdateChecker::silentStaysSilentOnFailureAndUpToDate_data() {

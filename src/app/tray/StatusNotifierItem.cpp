@@ -5,6 +5,9 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -18,13 +21,30 @@ const QString menuObjectPath = u"/MenuBar"_s;
 constexpr int watcherTimeoutMs = 2000;
 int instances = 0;
 
+// The folder of icon themes ("…/share/icons") whose fallback theme holds the named icon; empty
+// when no theme on this system has it (the program runs from where it was built).
+QString iconThemeHolding(const QString& iconName) {
+    if (iconName.isEmpty())
+        return {};
+    const QStringList bases = QStandardPaths::locateAll(
+        QStandardPaths::GenericDataLocation, u"icons"_s, QStandardPaths::LocateDirectory);
+    for (const QString& base : bases) {
+        for (const QString& folder : {u"hicolor/symbolic/apps/"_s, u"hicolor/scalable/apps/"_s}) {
+            if (QFileInfo::exists(QDir(base).filePath(folder + iconName + u".svg"_s)))
+                return QDir::cleanPath(base);
+        }
+    }
+    return {};
+}
+
 } // namespace
 
 StatusNotifierItem::StatusNotifierItem(QString id, QString title, const QIcon& icon,
-                                       QObject* parent)
+                                       const QString& iconName, QObject* parent)
     : QObject(parent)
     , m_id(std::move(id))
     , m_title(std::move(title))
+    , m_iconThemePath(iconThemeHolding(iconName))
     , m_serviceName(u"org.kde.StatusNotifierItem-%1-%2"_s.arg(QCoreApplication::applicationPid())
                         .arg(++instances))
     , m_connectionName(u"quillmar-status-notifier-%1"_s.arg(instances))
@@ -34,9 +54,12 @@ StatusNotifierItem::StatusNotifierItem(QString id, QString title, const QIcon& i
     qDBusRegisterMetaType<DBusImageList>();
     qDBusRegisterMetaType<DBusToolTip>();
     m_images = DBusImage::fromIcon(icon);
+    if (!m_iconThemePath.isEmpty())
+        m_iconName = iconName;
     // A panel that restarts brings a new watcher, which knows nothing of this item.
     connect(&m_watcherWatcher, &QDBusServiceWatcher::serviceRegistered, this,
             &StatusNotifierItem::registerWithWatcher);
+    connect(&m_exporter, &DBusMenuExporter::menuClosed, this, &StatusNotifierItem::menuClosed);
 }
 
 StatusNotifierItem::~StatusNotifierItem() {
@@ -94,6 +117,16 @@ void StatusNotifierItem::Activate(int x, int y) {
     Q_EMIT activated(QPoint(x, y));
 }
 
+void StatusNotifierItem::SecondaryActivate(int x, int y) {
+    Q_EMIT activated(QPoint(x, y));
+}
+
 void StatusNotifierItem::ContextMenu(int x, int y) {
     Q_EMIT contextMenuRequested(QPoint(x, y));
+}
+
+void StatusNotifierItem::Scroll(int, const QString&) {}
+
+void StatusNotifierItem::ProvideXdgActivationToken(const QString& token) {
+    Q_EMIT activationTokenProvided(token);
 }
