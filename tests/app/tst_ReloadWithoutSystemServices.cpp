@@ -107,7 +107,7 @@ void tst_ReloadWithoutSystemServices::refreshedByTheTimerOnly() {
     QCOMPARE(service.favouritesRequests(), 1);
     QVERIFY(!delegate.connectivityWatcher()->isAvailable());
     qInstallMessageHandler(previous);
-    QCOMPARE(messages, QStringList());
+    QCOMPARE(messages.join(u'\n'), QString());
 }
 
 QTEST_MAIN(tst_ReloadWithoutSystemServices)

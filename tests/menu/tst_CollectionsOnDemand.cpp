@@ -42,7 +42,8 @@ void tst_CollectionsOnDemand::entriesHaveNoSubmenuUntilHighlighted() {
     FakeService service;
     QJsonArray collections;
     for (int i = 0; i < 200; ++i)
-        collections.append(FakeService::collection(1000 + i, u"Collection %1"_s.arg(i), 2));
+        collections.append(
+            FakeService::collection(1000 + i, u"Collection %1"_s.arg(i, 3, 10, QChar(u'0')), 2));
     service.setItems(u"collections"_s, collections);
     QJsonArray tags;
     for (int i = 0; i < 30; ++i)
@@ -62,15 +63,15 @@ void tst_CollectionsOnDemand::entriesHaveNoSubmenuUntilHighlighted() {
     QCOMPARE(manager.lazyDelegates().size(), 1);
     QMenu* list = MenuTree::submenu(menu, u"📁 Collections"_s);
     QCOMPARE(list->actions().size(), 200);
-    QCOMPARE(MenuTree::describe(list).value(7), u"Collection 7  (2) ▸"_s);
+    QCOMPARE(MenuTree::describe(list).value(7), u"Collection 007  (2) ▸"_s);
 
     // Highlighted, one entry gets its submenu, which loads when it opens.
-    QMenu* seventh = MenuTree::submenu(list, u"Collection 7  (2)"_s);
+    QMenu* seventh = MenuTree::submenu(list, u"Collection 007  (2)"_s);
     QVERIFY(seventh);
     QCOMPARE(menusWithin(menu), 4);
     QCOMPARE(manager.lazyDelegates().size(), 2);
     QCOMPARE(MenuTree::describe(seventh), QStringList{u"(off) Loading…"_s});
-    QCOMPARE(seventh->menuAction(), MenuTree::item(list, u"Collection 7  (2)"_s));
+    QCOMPARE(seventh->menuAction(), MenuTree::item(list, u"Collection 007  (2)"_s));
     Q_EMIT seventh->aboutToShow();
     QTRY_COMPARE(MenuTree::describe(seventh), QStringList{u"Seventh's bookmark ▸"_s});
     QCOMPARE(service.count(u"col_1007"_s), 1);
