@@ -115,10 +115,24 @@ void MenuProbe::drain() {
     xcb_flush(m_connection);
     while (xcb_generic_event_t* raw = xcb_poll_for_event(m_connection)) {
         const auto event = own(raw);
-        if ((event->response_type & 0x7f) == XCB_CREATE_NOTIFY)
-            watch(reinterpret_cast<xcb_create_notify_event_t*>(raw)->window);
+        track(raw);
     }
     xcb_flush(m_connection);
+}
+
+bool MenuProbe::track(const void* raw) {
+    const auto* event = static_cast<const xcb_generic_event_t*>(raw);
+    switch (event->response_type & 0x7f) {
+    case XCB_CREATE_NOTIFY:
+        watch(static_cast<const xcb_create_notify_event_t*>(raw)->window);
+        return true;
+    case XCB_DESTROY_NOTIFY:
+        // Its damage went with it; the X server may give its id to another program's window.
+        m_damage.erase(static_cast<const xcb_destroy_notify_event_t*>(raw)->window);
+        return true;
+    default:
+        return false;
+    }
 }
 
 void MenuProbe::watch(unsigned window) {
@@ -160,9 +174,8 @@ std::optional<MenuProbe::Shown> MenuProbe::waitForMenu(pid_t pid,
             return std::nullopt;
         const TimePoint seen = std::chrono::steady_clock::now();
         const uint8_t type = event->response_type & 0x7f;
-        if (type == XCB_CREATE_NOTIFY) {
-            // Watched from its creation, so that no frame drawn before this sees the map is lost.
-            watch(reinterpret_cast<xcb_create_notify_event_t*>(event.get())->window);
+        // Watched from its creation, so that no frame drawn before this sees the map is lost.
+        if (track(event.get())) {
             xcb_flush(m_connection);
         } else if (type == XCB_MAP_NOTIFY && !mapped) {
             const auto* map = reinterpret_cast<xcb_map_notify_event_t*>(event.get());
@@ -191,8 +204,8 @@ bool MenuProbe::waitForMenuClosed(std::chrono::milliseconds timeout) {
         if (!event)
             return false;
         const uint8_t type = event->response_type & 0x7f;
-        if (type == XCB_CREATE_NOTIFY) {
-            watch(reinterpret_cast<xcb_create_notify_event_t*>(event.get())->window);
+        if (track(event.get())) {
+            xcb_flush(m_connection);
         } else if (type == XCB_UNMAP_NOTIFY &&
                    reinterpret_cast<xcb_unmap_notify_event_t*>(event.get())->window == m_menu) {
             // Whatever was drawn into the closed menu is no news.

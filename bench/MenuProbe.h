@@ -45,6 +45,9 @@ public:
 private:
     void press(unsigned char keycode, bool down);
     unsigned char keycodeOf(unsigned keysym);
+    // Follows the creation (watched) and destruction of top-level windows; false for any other
+    // event.
+    bool track(const void* event);
     void watch(unsigned window);
     bool belongsTo(unsigned window, pid_t pid);
     // The next event (to be freed), or null when none came by the deadline.

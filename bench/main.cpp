@@ -159,23 +159,30 @@ public:
         if (!child.start(program.command, m_desktop.logDirectory() + u"/memory.log"_s,
                          waitForFullMenu))
             return std::nullopt;
-        bool ready = m_watcher.waitForIcon(child.pid(), 10s).has_value();
-        if (ready && waitForFullMenu)
-            ready = child.readLine(30s) == std::optional<QByteArray>("full");
+        const char* missing = nullptr;
+        if (!m_watcher.waitForIcon(child.pid(), 10s))
+            missing = "its tray icon";
+        else if (waitForFullMenu && child.readLine(30s) != std::optional<QByteArray>("full"))
+            missing = "its full menu";
         // Whatever the program does right after comes to rest.
         pause(500ms);
-        if (ready && probe) {
+        if (!missing && probe) {
             probe->drain();
             probe->click(m_watcher.icon(), 3);
-            ready = probe->waitForMenu(child.pid(), 10s).has_value();
+            if (!probe->waitForMenu(child.pid(), 10s))
+                missing = "its menu shown after a click on the icon";
             probe->pressEscape();
-            ready = ready && probe->waitForMenuClosed(10s);
+            if (!missing && !probe->waitForMenuClosed(10s))
+                missing = "its menu closed by Escape";
             pause(500ms);
         }
+        if (missing)
+            std::fprintf(stderr, "%s: no sign of %s.\n", qPrintable(program.command.join(u' ')),
+                         missing);
         const double mib = residentMiB(child.pid());
         child.stop();
         waitUntilQuillmarGone();
-        if (!ready || mib < 0)
+        if (missing || mib < 0)
             return std::nullopt;
         return mib;
     }
