@@ -17,8 +17,8 @@ constexpr int secondsAfterBurst = 3;
 IdleFigure::Result IdleFigure::measure(pid_t program, pid_t floor,
                                        const std::function<int()>& requestCount,
                                        std::chrono::seconds duration) {
-    const ProcessMeter programMeter(program);
-    const ProcessMeter floorMeter(floor);
+    ProcessMeter programMeter(program);
+    ProcessMeter floorMeter(floor);
     struct Sample {
         ProcessMeter::Reading program;
         ProcessMeter::Reading floor;

@@ -22,7 +22,7 @@ long long statusValue(const QByteArray& status, const QByteArray& name) {
 
 } // namespace
 
-ProcessMeter::Reading ProcessMeter::read() const {
+ProcessMeter::Reading ProcessMeter::read() {
     Reading reading;
     const QString base = QStringLiteral("/proc/%1").arg(m_pid);
     // After the command's name, which may hold spaces, in parentheses: state is field 3, user
@@ -36,9 +36,13 @@ ProcessMeter::Reading ProcessMeter::read() const {
     for (const QString& thread : threads) {
         const QByteArray status =
             readAll(base + QStringLiteral("/task/") + thread + QStringLiteral("/status"));
-        reading.contextSwitches += statusValue(status, "voluntary_ctxt_switches") +
-                                   statusValue(status, "nonvoluntary_ctxt_switches");
+        // A thread that ended between the listing and this read keeps its last count.
+        if (!status.isEmpty())
+            m_threadSwitches.insert(thread, statusValue(status, "voluntary_ctxt_switches") +
+                                                statusValue(status, "nonvoluntary_ctxt_switches"));
     }
+    for (const long long switches : std::as_const(m_threadSwitches))
+        reading.contextSwitches += switches;
     return reading;
 }
 
