@@ -57,8 +57,7 @@ QString PrivateSessionBus::configuration() const {
                                          : QStringLiteral("  <servicedir>%1</servicedir>\n")
                                                .arg(m_serviceDirectory.toHtmlEscaped());
     if (m_kind == Kind::Session)
-        return QString::fromLatin1(sessionConfiguration)
-            .arg(m_directory.path(), serviceDirectory);
+        return QString::fromLatin1(sessionConfiguration).arg(m_directory.path(), serviceDirectory);
     QString services;
     for (const QString& service : m_systemServices)
         services += QStringLiteral("    <allow own=\"%1\"/>\n"
