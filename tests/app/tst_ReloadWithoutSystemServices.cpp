@@ -18,11 +18,13 @@ namespace {
 
 QStringList messages;
 
-// What the program says about the bus and the network (the offscreen platform has its own
-// complaints, which do not count here).
+// What the program says about the bus, the network's state and logind (the offscreen platform
+// has its own complaints, and Qt's network access its own about the refused connections, which
+// do not count here).
 void collect(QtMsgType, const QMessageLogContext& context, const QString& message) {
     const QString text = QString::fromUtf8(context.category) + u' ' + message;
-    for (const QString& topic : {u"dbus"_s, u"network"_s, u"login"_s})
+    for (const QString& topic :
+         {u"dbus"_s, u"network.info"_s, u"networkinformation"_s, u"networkmanager"_s, u"login"_s})
         if (text.contains(topic, Qt::CaseInsensitive))
             messages.append(text);
 }
