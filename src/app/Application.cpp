@@ -1,5 +1,6 @@
 #include "app/Application.h"
 
+#include "app/wayland/XdgActivation.h"
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
@@ -45,14 +46,8 @@ void Application::showMenu() {
 }
 
 void Application::showSettings(const QString& activationToken) {
-    // Qt's Wayland plugin hands this variable to the compositor with the next window activation,
-    // which show() asks for, and then clears it. Set only for that call, so that no program
-    // started later (the browser) inherits a token that is not its own.
-    const bool passToken = !activationToken.isEmpty() &&
-                           QGuiApplication::platformName().startsWith(QStringLiteral("wayland"));
-    if (passToken)
-        qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+    // The launcher's token gives the window the keyboard, as a panel's does.
+    if (!activationToken.isEmpty())
+        XdgActivation::setToken(activationToken);
     SettingsWindowController::show();
-    if (passToken)
-        qunsetenv("XDG_ACTIVATION_TOKEN");
 }

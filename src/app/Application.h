@@ -4,11 +4,13 @@
 #include "app/DesktopApplicationAdaptor.h"
 #include "app/SingleInstance.h"
 #include "config/Environment.h"
+#include "menu/MenuManager.h"
 
 #include <QDBusConnection>
 #include <QObject>
 
 #include <memory>
+#include <utility>
 
 // One run of Quillmar, everything main() does: the names the desktop knows it by, the one
 // instance per session with its D-Bus methods (ShowMenu and org.freedesktop.Application) and
@@ -23,6 +25,9 @@ public:
                          QDBusConnection bus = QDBusConnection::sessionBus(),
                          MenuManager::Timings timings = {}, QObject* parent = nullptr);
     ~Application() override;
+
+    // The menu's timers; before start(). Tests shorten them.
+    void setTimings(MenuManager::Timings timings) { m_timings = std::move(timings); }
 
     // Claims the session's one instance and launches once the event loop runs. False when
     // another Quillmar already runs: that one has been asked to open its menu, and this process

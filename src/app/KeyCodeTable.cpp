@@ -124,6 +124,14 @@ std::optional<std::uint16_t> KeyCodeTable::keyCodeForXkbKeycode(std::uint32_t xk
     return std::nullopt;
 }
 
+std::optional<std::uint32_t> KeyCodeTable::xkbKeycode(std::uint16_t keyCode) {
+    for (const XkbPair& pair : xkbPairs) {
+        if (pair.code == keyCode)
+            return pair.xkbKeycode;
+    }
+    return std::nullopt;
+}
+
 std::optional<std::uint16_t> KeyCodeTable::keyCode(const QKeyEvent& event) {
 #if defined(Q_OS_UNIX) && !defined(Q_OS_DARWIN)
     // Every Linux input path that names the physical key (X11, Wayland, libinput) gives its XKB

@@ -22,6 +22,9 @@ public:
     // as QKeyEvent::nativeScanCode) -> the configuration's key code of the key at that place,
     // whatever the keyboard layout prints on it; nothing for keys without a code.
     static std::optional<std::uint16_t> keyCodeForXkbKeycode(std::uint32_t xkbKeycode);
+    // The reverse: the XKB keycode of the physical key a key code names; nothing for keys that
+    // have no place of their own (keypad keys other than Enter).
+    static std::optional<std::uint32_t> xkbKeycode(std::uint16_t keyCode);
     // The key a key event was pressed on: the physical key where the platform reports it (Linux),
     // otherwise the key the event names. Nothing for keys without a code.
     static std::optional<std::uint16_t> keyCode(const QKeyEvent& event);

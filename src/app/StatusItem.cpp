@@ -1,5 +1,6 @@
 #include "app/StatusItem.h"
 
+#include "app/popup/MenuPopup.h"
 #include "app/tray/StatusNotifierItem.h"
 
 #include <QCursor>
@@ -7,6 +8,8 @@
 #include <QDBusServiceWatcher>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QStyleHints>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -20,21 +23,27 @@ QIcon StatusItem::dropIcon() {
 }
 
 StatusItem::StatusItem(QObject* parent)
-    : QObject(parent) {
+    : QObject(parent)
+    , m_popup(MenuPopup::forThisDesktop()) {
     if (StatusNotifierItem::isHostAvailable() && useStatusNotifierItem())
         return;
-    // Created only here: Qt decides once per process, when the first QSystemTrayIcon is made,
-    // whether its icons go to a StatusNotifierItem panel, and with no panel now it picks XEmbed.
-    m_trayIcon = std::make_unique<QSystemTrayIcon>(dropIcon());
-    m_trayIcon->setToolTip(QStringLiteral("Quillmar"));
-    // A left click arrives as an activation; the menu opens on it as on a right click, which
-    // the tray handles itself through the context menu.
-    connect(m_trayIcon.get(), &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger)
-                    performClick();
-            });
-    m_trayIcon->show();
+    // XEmbed icons exist on X11 only; on Wayland the icon waits for a panel (Qt's own fallback
+    // there complains on standard error and shows nothing).
+    if (!QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        // Created only here: Qt decides once per process, when the first QSystemTrayIcon is
+        // made, whether its icons go to a StatusNotifierItem panel, and with no panel now it
+        // picks XEmbed.
+        m_trayIcon = std::make_unique<QSystemTrayIcon>(dropIcon());
+        m_trayIcon->setToolTip(QStringLiteral("Quillmar"));
+        // A left click arrives as an activation; the menu opens on it as on a right click,
+        // which the tray handles itself through the context menu.
+        connect(m_trayIcon.get(), &QSystemTrayIcon::activated, this,
+                [this](QSystemTrayIcon::ActivationReason reason) {
+                    if (reason == QSystemTrayIcon::Trigger)
+                        performClick();
+                });
+        m_trayIcon->show();
+    }
     // A panel that starts later (the program started first at login, or the AppIndicator
     // extension was switched on) announces itself; the icon moves there.
     const QString watcher = u"org.kde.StatusNotifierWatcher"_s;
@@ -45,6 +54,9 @@ StatusItem::StatusItem(QObject* parent)
     QDBusConnection::sessionBus().connect(QString(), u"/StatusNotifierWatcher"_s, watcher,
                                           u"StatusNotifierHostRegistered"_s, this,
                                           SLOT(panelStarted()));
+    // A panel that registered between the first look and now (Plasma while it starts) sent its
+    // signal too early to be heard.
+    QTimer::singleShot(0, this, &StatusItem::panelStarted);
 }
 
 StatusItem::~StatusItem() {
@@ -55,8 +67,10 @@ StatusItem::~StatusItem() {
 void StatusItem::panelStarted() {
     if (m_notifierItem || !StatusNotifierItem::isHostAvailable() || !useStatusNotifierItem())
         return;
-    m_trayIcon->setContextMenu(nullptr);
-    m_trayIcon->hide();
+    if (m_trayIcon) {
+        m_trayIcon->setContextMenu(nullptr);
+        m_trayIcon->hide();
+    }
     m_panelWatcher.reset();
 }
 
@@ -66,6 +80,14 @@ bool StatusItem::useStatusNotifierItem() {
     if (!item->registerItem())
         return false;
     connect(item.get(), &StatusNotifierItem::activated, this, [this](QPoint at) {
+        // waybar (GTK) reports each press of a double click as a click of its own: one gesture
+        // opens or closes the menu once.
+        const int doubleClick = QGuiApplication::styleHints()->mouseDoubleClickInterval();
+        const bool sameGesture =
+            m_lastActivation.isValid() && m_lastActivation.elapsed() < doubleClick;
+        m_lastActivation.start();
+        if (sameGesture)
+            return;
         m_lastClick = at;
         popupAt(at);
     });
@@ -109,7 +131,7 @@ void StatusItem::attach(QMenu* menu) {
     m_menu = menu;
     if (m_notifierItem)
         m_notifierItem->setMenu(menu);
-    else
+    else if (m_trayIcon)
         m_trayIcon->setContextMenu(menu);
     if (previous) {
         previous->hide();
@@ -124,7 +146,7 @@ void StatusItem::attach(QMenu* menu) {
 void StatusItem::performClick() {
     if (!m_menu)
         return;
-    if (m_notifierItem) {
+    if (m_notifierItem || !m_trayIcon) {
         popupAt(m_lastClick.value_or(QCursor::pos()));
         return;
     }
@@ -145,5 +167,5 @@ void StatusItem::performClick() {
 
 void StatusItem::popupAt(QPoint at) {
     if (m_menu)
-        m_menu->popup(at);
+        m_popup->show(m_menu, at);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QMenu>
 #include <QObject>
 #include <QPoint>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+class MenuPopup;
 class QDBusServiceWatcher;
 class StatusNotifierItem;
 
@@ -57,7 +59,8 @@ private:
     // A menu closed: attaches the one waiting, once nothing is open any more.
     void closed();
 
-    // The XEmbed icon; none when the icon was a StatusNotifierItem from the start.
+    // The XEmbed icon; none when the icon was a StatusNotifierItem from the start, or on
+    // Wayland.
     std::unique_ptr<QSystemTrayIcon> m_trayIcon;
     std::unique_ptr<StatusNotifierItem> m_notifierItem;
     // Watches for a panel while the icon is an XEmbed one.
@@ -65,6 +68,10 @@ private:
     QPointer<QMenu> m_menu;
     // A menu waiting for the open one to close.
     QPointer<QMenu> m_waitingMenu;
+    // How the menu is shown on this desktop (X11 and Wayland differ).
+    std::unique_ptr<MenuPopup> m_popup;
     // Where the panel last reported a click on the StatusNotifierItem.
     std::optional<QPoint> m_lastClick;
+    // When the panel last reported a click on the icon.
+    QElapsedTimer m_lastActivation;
 };

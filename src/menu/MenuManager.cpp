@@ -2,6 +2,7 @@
 
 #include "app/Alert.h"
 #include "app/StatusItem.h"
+#include "app/clipboard/SystemClipboard.h"
 #include "menu/ClipboardURL.h"
 #include "menu/MenuText.h"
 #include "menu/PageTitle.h"
@@ -10,7 +11,6 @@
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
-#include <QClipboard>
 #include <QCoroNetworkReply>
 #include <QDesktopServices>
 #include <QKeySequence>
@@ -50,7 +50,15 @@ void open(const QString& address) {
 }
 
 void copy(const QString& text) {
-    QGuiApplication::clipboard()->setText(text);
+    SystemClipboard::setText(text);
+}
+
+// Whether "📋 Add Clipboard URL" is offered: when the clipboard holds an address, and when it
+// cannot be read now (Wayland shows it only to the program with the focus), so that the item
+// is there and reads it when chosen.
+bool offersClipboardItem() {
+    const std::optional<QString> text = SystemClipboard::text();
+    return !text || ClipboardURL::extract(*text).has_value();
 }
 
 // Whether the reply failed before a whole answer arrived. Qt reports the HTTP statuses of
@@ -191,6 +199,14 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
             delegate->prefetch();
     });
     connect(&m_refreshTimer, &QTimer::timeout, this, &MenuManager::refresh);
+    // The clipboard follows while a menu is open, its own or the panel's: on Wayland a change
+    // reaches this program at once where the compositor tells clipboard managers (sway), else
+    // when its menu takes the focus, just after the menu opened; on X11 a change that came just
+    // before the menu opened is told a moment later.
+    SystemClipboard::whenChanged(this, [this] {
+        if (QMenu* menu = m_statusItem->menu(); menu && m_statusItem->isMenuOpen())
+            menuWillOpen(menu);
+    });
 }
 
 MenuManager::~MenuManager() = default;
@@ -258,7 +274,7 @@ QCoro::Task<> MenuManager::buildFullMenu() {
     const QSet<QString> pinnedTags(m_config.pinnedTags.cbegin(), m_config.pinnedTags.cend());
 
     QAction* addClipboardItem = menu->addAction(u"📋 Add Clipboard URL"_s);
-    addClipboardItem->setEnabled(clipboardURL().has_value());
+    addClipboardItem->setEnabled(offersClipboardItem());
     connect(addClipboardItem, &QAction::triggered, this, &MenuManager::addClipboardURL);
     menu->addAction(lazySubmenuItem(
         menu.get(), u"🕐 Recent"_s,
@@ -543,25 +559,28 @@ void MenuManager::menuWillHighlight(QAction* item) {
 void MenuManager::menuWillOpen(QMenu* menu) {
     if (menu != m_statusItem->menu() || !m_addClipboardItem)
         return;
-    m_addClipboardItem->setEnabled(clipboardURL().has_value());
+    m_addClipboardItem->setEnabled(offersClipboardItem());
 }
 
 std::optional<QString> MenuManager::clipboardURL() const {
-    // Plain text only: addresses copied as files or URL lists are not looked at.
-    QString subtype = u"plain"_s;
-    const QString text = QGuiApplication::clipboard()->text(subtype);
-    if (text.isEmpty())
+    const std::optional<QString> text = SystemClipboard::text();
+    if (!text)
         return std::nullopt;
-    return ClipboardURL::extract(text);
+    return ClipboardURL::extract(*text);
 }
 
 void MenuManager::addClipboardURL() {
-    const std::optional<QString> url = clipboardURL();
-    if (!url) {
-        Alert::run(u"Quillmar"_s, u"No URL found on clipboard."_s, Alert::Style::Warning);
-        return;
-    }
-    saveWithTitle(m_api, *url, m_timings.pageTitleTimeout);
+    // Read now where the clipboard is at hand, after a moment where it is not.
+    SystemClipboard::readText([self = QPointer<MenuManager>(this)](std::optional<QString> text) {
+        if (!self)
+            return;
+        const std::optional<QString> url = text ? ClipboardURL::extract(*text) : std::nullopt;
+        if (!url) {
+            Alert::run(u"Quillmar"_s, u"No URL found on clipboard."_s, Alert::Style::Warning);
+            return;
+        }
+        saveWithTitle(self->m_api, *url, self->m_timings.pageTitleTimeout);
+    });
 }
 
 QCoro::Task<std::optional<QString>> MenuManager::fetchPageTitle(QString url) const {

@@ -1,6 +1,7 @@
 #include "settings/SettingsWindowController.h"
 
 #include "app/StatusItem.h"
+#include "app/wayland/XdgActivation.h"
 #include "settings/SettingsView.h"
 
 #include <QAction>
@@ -81,6 +82,9 @@ void SettingsWindowController::show() {
     instance->m_window->show();
     instance->m_window->raise();
     instance->m_window->activateWindow();
+    // On Wayland the compositor gives the keyboard to a window that brings the token of the
+    // click that asked for it (the panel's or the launcher's).
+    XdgActivation::activateWhenShown(instance->m_window->windowHandle());
 }
 
 void SettingsWindowController::installEditMenu() {

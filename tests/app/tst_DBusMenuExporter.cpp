@@ -107,6 +107,7 @@ private Q_SLOTS:
     void standInAnswersLikeAnEntry();
     void aboutToShowMakesTheSubmenu();
     void openedEventMakesTheSubmenu();
+    void submenusBeyondReadingAreAnnounced();
 
 private:
     std::unique_ptr<PrivateSessionBus> m_bus;
@@ -814,6 +815,34 @@ void tst_DBusMenuExporter::openedEventMakesTheSubmenu() {
     QCOMPARE(menu.made, 1);
     QVERIFY(menu.later->menu());
     QVERIFY(!menu.reading->menu());
+}
+
+void tst_DBusMenuExporter::submenusBeyondReadingAreAnnounced() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    sub->addMenu(u"Inner"_s)->addAction(u"Deep"_s);
+    menu.addAction(u"Plain"_s);
+    Published published(m_bus->address(), &menu);
+    published.settle();
+    const qsizetype before = published.host().layoutUpdates().size();
+    // A panel that reads one level at a time (Plasma) is told of the submenus below it, so
+    // that it reads them before the user opens them.
+    const auto top = published.host().layout(0, 1);
+    QVERIFY(top);
+    const int subId = top->children[0].id;
+    QVERIFY(published.host().waitForLayoutUpdate(before));
+    published.settle();
+    QCOMPARE(published.host().layoutUpdates().size(), before + 1);
+    QCOMPARE(published.host().layoutUpdates().constLast().second, subId);
+    const auto second = published.host().layout(subId, 1);
+    QVERIFY(second);
+    QVERIFY(published.host().waitForLayoutUpdate(before + 1));
+    QCOMPARE(published.host().layoutUpdates().constLast().second, second->children[0].id);
+    // Read: not announced again.
+    published.host().layout(second->children[0].id, 1);
+    published.host().layout(0, 1);
+    published.settle();
+    QCOMPARE(published.host().layoutUpdates().size(), before + 2);
 }
 
 QTEST_MAIN(tst_DBusMenuExporter)

@@ -122,7 +122,7 @@ void tst_DesktopApplicationAdaptor::introspectionOffersBothInterfaces() {
     const QDBusMessage reply = call(u"org.freedesktop.DBus.Introspectable"_s, u"Introspect"_s, {});
     QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
     const auto methods = methodsOf(reply.arguments().constFirst().toString());
-    // The freedesktop specification's signatures, exactly.
+    // The signatures desktops call, exactly.
     QCOMPARE(methods.value(applicationInterface),
              (QHash<QString, QString>{{u"Activate"_s, u"a{sv}"_s},
                                       {u"Open"_s, u"asa{sv}"_s},

@@ -258,5 +258,5 @@ void tst_KeyCodeTable::displayText() {
     QCOMPARE(KeyCodeTable::displayText(shortcut), expected);
 }
 
-QTEST_APPLESS_MAIN(tst_KeyCodeTable)
+QTEST_MAIN(tst_KeyCodeTable)
 #include "tst_KeyCodeTable.moc"

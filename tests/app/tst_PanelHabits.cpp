@@ -46,12 +46,16 @@ private Q_SLOTS:
     void lazySubmenuShowsBookmarksOnFirstOpen();
     void clipboardItemFollowsClipboard_data() { habits(); }
     void clipboardItemFollowsClipboard();
-    void refreshWaitsForOpenMenuToClose_data();
+    void clipboardChangeWhileMenuOpenIsFollowed_data() { panelsThatTellClosing(); }
+    void clipboardChangeWhileMenuOpenIsFollowed();
+    void refreshWaitsForOpenMenuToClose_data() { panelsThatTellClosing(); }
     void refreshWaitsForOpenMenuToClose();
     void quittingPrintsNothing();
 
 private:
     static void habits();
+    // The panels that say when their menu closes.
+    static void panelsThatTellClosing();
     // The panel, once the full menu is published.
     std::unique_ptr<TestPanelMenu> panel(Habits habits);
 
@@ -67,6 +71,13 @@ void tst_PanelHabits::habits() {
     QTest::newRow("GNOME") << Habits::Gnome;
     QTest::newRow("Plasma") << Habits::Plasma;
     QTest::newRow("libdbusmenu-glib") << Habits::LibdbusmenuGlib;
+    QTest::newRow("libdbusmenu-qt") << Habits::LibdbusmenuQt;
+}
+
+void tst_PanelHabits::panelsThatTellClosing() {
+    QTest::addColumn<Habits>("habits");
+    QTest::newRow("GNOME") << Habits::Gnome;
+    QTest::newRow("Plasma") << Habits::Plasma;
     QTest::newRow("libdbusmenu-qt") << Habits::LibdbusmenuQt;
 }
 
@@ -193,12 +204,20 @@ void tst_PanelHabits::clipboardItemFollowsClipboard() {
     QVERIFY(panel->errors().isEmpty());
 }
 
-void tst_PanelHabits::refreshWaitsForOpenMenuToClose_data() {
-    // The panels that say when their menu closes.
-    QTest::addColumn<Habits>("habits");
-    QTest::newRow("GNOME") << Habits::Gnome;
-    QTest::newRow("Plasma") << Habits::Plasma;
-    QTest::newRow("libdbusmenu-qt") << Habits::LibdbusmenuQt;
+void tst_PanelHabits::clipboardChangeWhileMenuOpenIsFollowed() {
+    // Copying while the panel's menu is open (or a change told only after it opened).
+    QFETCH(Habits, habits);
+    QGuiApplication::clipboard()->setText(u"no address here"_s);
+    const auto panel = this->panel(habits);
+    QVERIFY(panel);
+    const int add = panel->find(u"📋 Add Clipboard URL"_s);
+    QVERIFY(add > 0);
+    QVERIFY(panel->open(0));
+    QTRY_VERIFY((panel->follow(), !panel->isEnabled(add)));
+    QGuiApplication::clipboard()->setText(u"see https://example.com/new, later"_s);
+    QTRY_VERIFY((panel->follow(), panel->isEnabled(add)));
+    QVERIFY(panel->close(0));
+    QVERIFY(panel->errors().isEmpty());
 }
 
 void tst_PanelHabits::refreshWaitsForOpenMenuToClose() {

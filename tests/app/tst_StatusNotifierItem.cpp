@@ -11,6 +11,9 @@
 #include <QDBusVariant>
 #include <QDir>
 #include <QFile>
+#include <QIcon>
+#include <QImage>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -40,6 +43,7 @@ private Q_SLOTS:
     void activationTokenReachesTheProgram();
     void iconNameOnlyWhenThemeHasIt();
     void iconNameFromInstalledTheme();
+    void symbolicIconTakesThePanelsTextColour();
 
 private:
     // A new item on the bus, attached to by the panel.
@@ -228,6 +232,28 @@ void tst_StatusNotifierItem::iconNameFromInstalledTheme() {
     // A name no theme holds is not offered.
     QVERIFY(publish(u"app.quillmar.Missing"_s));
     QCOMPARE(m_host->itemProperty(u"IconName"_s).toString(), QString());
+}
+
+void tst_StatusNotifierItem::symbolicIconTakesThePanelsTextColour() {
+    // KDE Plasma draws a symbolic icon in its colour scheme's text colour by replacing the
+    // icon's "current-color-scheme" style sheet; GNOME and GTK panels fill every path with it.
+    // Drawn as it is, the drop would be light grey on Plasma's light panel.
+    QFile file(u":/icons/quillmar-symbolic.svg"_s);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QString svg = QString::fromUtf8(file.readAll());
+    static const QRegularExpression sheet(
+        uR"(<style[^>]*id="current-color-scheme"[^>]*>[^<]*</style>)"_s);
+    QVERIFY(sheet.match(svg).hasMatch());
+    svg.replace(sheet, u"<style type=\"text/css\" id=\"current-color-scheme\">"
+                       u".ColorScheme-Text { color:#232629; }</style>"_s);
+    const QString recoloured = QDir(m_data.path()).filePath(u"recoloured.svg"_s);
+    QFile out(recoloured);
+    QVERIFY(out.open(QIODevice::WriteOnly));
+    out.write(svg.toUtf8());
+    out.close();
+    const QImage drawn = QIcon(recoloured).pixmap(16, 16).toImage();
+    QVERIFY(!drawn.isNull());
+    QCOMPARE(drawn.pixelColor(8, 10).name(), u"#232629"_s);
 }
 
 QTEST_MAIN(tst_StatusNotifierItem)

@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QMenu>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <xcb/xcb.h>
@@ -183,6 +184,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void keyPressOpensTrayMenu();
+    void keyAtItsPlaceUnderLayoutWithoutLatinLetters();
     void updateMovesTheKey();
     void worksWithNumLockAndCapsLock();
     void keyHeldByAnotherClientLeavesNoHotKey();
@@ -197,6 +199,8 @@ private:
     // Presses the keys and waits until the presses have surely been delivered: the other
     // client, which grabs a sentinel key, sees the sentinel that follows them.
     void pressAndSettle(const QString& keys);
+    // Registers the default shortcut, presses keys and sees the tray menu open.
+    void defaultKeyOpensTrayMenu(const QString& keys);
 };
 
 void tst_x11_HotKey::init() {
@@ -236,7 +240,7 @@ void tst_x11_HotKey::pressAndSettle(const QString& keys) {
     QTest::qWait(200);
 }
 
-void tst_x11_HotKey::keyPressOpensTrayMenu() {
+void tst_x11_HotKey::defaultKeyOpensTrayMenu(const QString& keys) {
     StatusItem item;
     auto* menu = new QMenu();
     menu->addAction(QStringLiteral("Quit Quillmar"));
@@ -245,10 +249,24 @@ void tst_x11_HotKey::keyPressOpensTrayMenu() {
     manager.update(ShortcutConfig::defaultShortcut(), [&item] { item.performClick(); });
 
     QVERIFY(!menu->isVisible());
-    QVERIFY(pressKeys(QStringLiteral("ctrl+alt+r")));
+    QVERIFY(pressKeys(keys));
     QTRY_VERIFY(menu->isVisible());
     menu->hide();
     QTRY_VERIFY(!menu->isVisible());
+}
+
+void tst_x11_HotKey::keyPressOpensTrayMenu() {
+    defaultKeyOpensTrayMenu(QStringLiteral("ctrl+alt+r"));
+}
+
+void tst_x11_HotKey::keyAtItsPlaceUnderLayoutWithoutLatinLetters() {
+    // Under a Russian layout the R key types "к"; no key types "r". The hot key is the key at
+    // R's place, pressed here by its keycode as a keyboard sends it.
+    QCOMPARE(QProcess::execute(QStringLiteral("setxkbmap"), {QStringLiteral("ru")}), 0);
+    const auto restoreLayout =
+        qScopeGuard([] { QProcess::execute(QStringLiteral("setxkbmap"), {QStringLiteral("us")}); });
+    constexpr int keycodeOfR = 27;
+    defaultKeyOpensTrayMenu(QStringLiteral("ctrl+alt+%1").arg(keycodeOfR));
 }
 
 void tst_x11_HotKey::updateMovesTheKey() {

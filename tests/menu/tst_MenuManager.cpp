@@ -747,6 +747,10 @@ void tst_MenuManager::refreshAction() {
     Q_EMIT pinned->aboutToShow();
     QTRY_VERIFY(delegate->loadedAt().has_value());
     QVERIFY(manager->api()->isCached(RaindropAPI::favouritesKey()));
+    // Every answer of the first load is in, so none is still on its way to be shared with the
+    // refresh's own requests.
+    QTRY_VERIFY(manager->api()->isCached(RaindropAPI::collectionKey(50)) &&
+                manager->api()->isCached(RaindropAPI::tagKey(u"pinned-tag"_s)));
     service.server.clearRequests();
 
     QAction* refresh = MenuTree::item(menu, u"Refresh"_s);

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QSet>
 #include <QThread>
 
 #include <cerrno>
@@ -15,16 +16,25 @@
 
 namespace {
 
-// Forks and executes command with stdout going to outFd and stderr to errFd. Everything the child
-// needs is prepared before the fork, because after it only async-signal-safe calls are allowed.
-pid_t spawn(const QStringList& command, int outFd, int errFd) {
+std::vector<char*> pointersTo(const QStringList& texts, std::vector<QByteArray>& storage) {
+    for (const QString& text : texts)
+        storage.push_back(text.toLocal8Bit());
+    std::vector<char*> pointers;
+    for (QByteArray& text : storage)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Forks and executes command with stdout going to outFd and stderr to errFd, with environment
+// (none: this process's). Everything the child needs is prepared before the fork, because after
+// it only async-signal-safe calls are allowed.
+pid_t spawn(const QStringList& command, int outFd, int errFd, const QStringList& environment = {}) {
     std::vector<QByteArray> storage;
-    for (const QString& part : command)
-        storage.push_back(part.toLocal8Bit());
-    std::vector<char*> argv;
-    for (QByteArray& part : storage)
-        argv.push_back(part.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv = pointersTo(command, storage);
+    std::vector<QByteArray> environmentStorage;
+    std::vector<char*> envp = pointersTo(environment, environmentStorage);
+    char** const childEnvironment = environment.isEmpty() ? environ : envp.data();
     const pid_t parent = getpid();
 
     const pid_t pid = fork();
@@ -40,7 +50,7 @@ pid_t spawn(const QStringList& command, int outFd, int errFd) {
     dup2(devNull, STDIN_FILENO);
     dup2(outFd, STDOUT_FILENO);
     dup2(errFd, STDERR_FILENO);
-    execvp(argv[0], argv.data());
+    execvpe(argv[0], argv.data(), childEnvironment);
     _exit(127);
 }
 
@@ -60,7 +70,17 @@ void drain(int fd, QByteArray& into) {
     }
 }
 
+// The programs started through start() that have not been reaped yet.
+QSet<pid_t>& running() {
+    static QSet<pid_t> pids;
+    return pids;
+}
+
 } // namespace
+
+bool ChildProcess::isStartedProgram(pid_t pid) {
+    return running().contains(pid);
+}
 
 ChildProcess::~ChildProcess() {
     stop();
@@ -68,6 +88,7 @@ ChildProcess::~ChildProcess() {
 
 bool ChildProcess::start(const QStringList& command, const QString& logFile, bool captureOutput) {
     stop();
+    m_exitCode = -1;
     const int logFd = openLog(logFile);
     if (logFd < 0)
         return false;
@@ -80,7 +101,9 @@ bool ChildProcess::start(const QStringList& command, const QString& logFile, boo
         }
         outFd = pipeFds[1];
     }
-    m_pid = spawn(command, outFd, logFd);
+    m_pid = spawn(command, outFd, logFd, m_environment);
+    if (m_pid > 0)
+        running().insert(m_pid);
     close(logFd);
     if (captureOutput) {
         close(pipeFds[1]);
@@ -120,6 +143,8 @@ bool ChildProcess::reap(bool wait) {
     int status = 0;
     const pid_t done = waitpid(m_pid, &status, wait ? 0 : WNOHANG);
     if (done == m_pid || (done < 0 && errno == ECHILD)) {
+        m_exitCode = done == m_pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        running().remove(m_pid);
         m_pid = -1;
         return true;
     }

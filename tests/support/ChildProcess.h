@@ -27,13 +27,21 @@ public:
     // unless captureOutput, standard output are appended to logFile; with captureOutput the
     // standard output is kept for readLine.
     bool start(const QStringList& command, const QString& logFile, bool captureOutput = false);
+    // The environment ("NAME=value" entries) of the programs started from now on, in place of
+    // this process's own; empty: this process's own.
+    void setEnvironment(const QStringList& environment) { m_environment = environment; }
     // The next line of a captured standard output, without its line break; none when none
     // arrives in time or the program ended.
     std::optional<QByteArray> readLine(std::chrono::milliseconds timeout);
     bool isRunning();
+    // The exit code once the program has ended by itself; -1 while it runs or when a signal
+    // ended it.
+    int exitCode() const { return m_exitCode; }
     // Asks the program to end, then kills it after a grace period; waits for it either way.
     void stop();
     pid_t pid() const { return m_pid; }
+    // Whether pid is a program that a ChildProcess started and still looks after.
+    static bool isStartedProgram(pid_t pid);
 
     // Runs command to its end and returns its exit code and standard output (withErrors: and
     // its standard error, as the program interleaves them); kills it when it takes longer than
@@ -46,7 +54,9 @@ public:
 private:
     bool reap(bool wait);
 
+    QStringList m_environment;
     pid_t m_pid = -1;
+    int m_exitCode = -1;
     int m_outputFd = -1;
     QByteArray m_buffer;
 };

@@ -69,6 +69,10 @@ void FakeRaindropService::addBookmark(const Bookmark& bookmark) {
     m_bookmarks.append(bookmark);
 }
 
+void FakeRaindropService::failListRequests(qint64 collectionId, int count) {
+    m_failures[collectionId] = count;
+}
+
 TestHttpServer::Response FakeRaindropService::answer(const TestHttpServer::Request& request) {
     if (request.header("authorization") != "Bearer " + m_token.toUtf8())
         return {401, "Unauthorized", {{"Content-Type", "text/plain"}}, {}, {}};
@@ -102,6 +106,10 @@ TestHttpServer::Response FakeRaindropService::answer(const TestHttpServer::Reque
     if (request.method == "GET" && path.startsWith(QStringLiteral("/raindrops/"))) {
         bool ok = false;
         const qint64 collection = path.mid(11).toLongLong(&ok);
+        if (ok && m_failures.value(collection) > 0) {
+            --m_failures[collection];
+            return {500, "Internal Server Error", {}, {}, {}};
+        }
         if (ok)
             return listAnswer(request, collection).after(m_listDelay);
     }

@@ -2,6 +2,7 @@
 
 #include "TestHttpServer.h"
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -44,6 +45,8 @@ public:
     QList<Bookmark> bookmarks() const { return m_bookmarks; }
     // Bookmark list answers are delayed by this much.
     void setListDelay(std::chrono::milliseconds delay) { m_listDelay = delay; }
+    // The next count bookmark list requests of a collection fail with a server error.
+    void failListRequests(qint64 collectionId, int count);
 
     // GET requests of one bookmark list: a collection's, a tag's (by its name), the favourites
     // or the recent bookmarks.
@@ -64,5 +67,6 @@ private:
     QList<CollectionEntry> m_collections;
     QList<Bookmark> m_bookmarks;
     std::chrono::milliseconds m_listDelay{0};
+    QHash<qint64, int> m_failures;
     qint64 m_nextId = 900000;
 };

@@ -51,8 +51,10 @@ bool VirtualDesktop::start() {
     // -displayfd picks a free display number and prints it once the server accepts clients.
     if (!m_server.start({QStringLiteral("Xvfb"), QStringLiteral("-displayfd"), QStringLiteral("1"),
                          QStringLiteral("-screen"), QStringLiteral("0"),
-                         QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
-                         QStringLiteral("tcp")},
+                         QStringLiteral("%1x%2x24")
+                             .arg(m_options.screen.width())
+                             .arg(m_options.screen.height()),
+                         QStringLiteral("-nolisten"), QStringLiteral("tcp")},
                         log, true))
         return fail(QStringLiteral("cannot start Xvfb"));
     const auto number = m_server.readLine(std::chrono::seconds(20));

@@ -3,6 +3,7 @@
 #include "ChildProcess.h"
 #include "PrivateSessionBus.h"
 
+#include <QSize>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -17,6 +18,7 @@ class VirtualDesktop {
 public:
     struct Options {
         bool trayHost = true;
+        QSize screen{1280, 800};
     };
 
     explicit VirtualDesktop(Options options);

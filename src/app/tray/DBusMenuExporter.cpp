@@ -363,8 +363,16 @@ DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
         }
         reader->toldKinds.insert(id);
     }
-    if (depth == 0)
+    if (depth == 0) {
+        // Plasma reads a submenu only when told or when it opens, and shows it at once, empty
+        // the first time: Qt places it by that size, beside the screen's edge, and it grows off
+        // the screen. Told now, it reads the submenu before the user gets there.
+        if (menu && reader && !hasRead(*reader, id) && !m_changedMenus.contains(id)) {
+            m_changedMenus.append(id);
+            scheduleAnnouncement();
+        }
         return item;
+    }
     if (!menu) {
         // Until its submenu is made, the panel reads it as one disabled entry, the text of the
         // menu's property "submenuPlaceholder" ("Loading…"): what the submenu shows when made.
@@ -606,12 +614,16 @@ void DBusMenuExporter::answer(const PendingShow& pending) {
     m_connection.send(reply);
 }
 
+bool DBusMenuExporter::hasRead(const Reader& reader, int id) const {
+    const auto read = reader.readVersions.constFind(id);
+    return read != reader.readVersions.cend() && *read == m_versions.value(id);
+}
+
 QList<int> DBusMenuExporter::updatesNeeded(const PendingShow& pending) {
     QList<int> updates;
     const auto reader = m_readers.constFind(pending.reader);
     for (const int id : pending.ids) {
-        const bool read = reader != m_readers.cend() && reader->readVersions.contains(id) &&
-                          reader->readVersions.value(id) == m_versions.value(id);
+        const bool read = reader != m_readers.cend() && hasRead(*reader, id);
         if (read || !menuOf(id))
             continue;
         updates.append(id);

@@ -166,6 +166,8 @@ private:
     // The panel opens the menu of id, by an event or an about-to-show call.
     void opening(int id, Opening by);
     void closing(int id);
+    // Whether the reader read the entries of the menu of id as they are now.
+    bool hasRead(const Reader& reader, int id) const;
     bool isLoading(int id) const;
     // Holds the answer to the current call until its menus are filled.
     void wait(PendingShow pending);

@@ -1,7 +1,10 @@
 #include "app/tray/StatusNotifierItem.h"
 
+#include "app/wayland/XdgActivation.h"
+
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
@@ -77,6 +80,11 @@ bool StatusNotifierItem::isHostAvailable(QDBusConnection connection) {
         watcherService, watcherPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
     get.setArguments({watcherService, u"IsStatusNotifierHostRegistered"_s});
     const QDBusMessage reply = connection.call(get, QDBus::Block, watcherTimeoutMs);
+    // A watcher too busy to answer in time (kded5 while Plasma starts) most likely has its
+    // panel: Qt's own tray icon would take it as one a moment later and publish the menu itself.
+    if (reply.type() == QDBusMessage::ErrorMessage &&
+        QDBusError(reply).type() == QDBusError::NoReply)
+        return true;
     return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
            reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
 }
@@ -128,5 +136,6 @@ void StatusNotifierItem::ContextMenu(int x, int y) {
 void StatusNotifierItem::Scroll(int, const QString&) {}
 
 void StatusNotifierItem::ProvideXdgActivationToken(const QString& token) {
+    XdgActivation::setToken(token);
     Q_EMIT activationTokenProvided(token);
 }

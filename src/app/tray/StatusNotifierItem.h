@@ -46,7 +46,7 @@ public:
     ~StatusNotifierItem() override;
 
     // Whether a panel takes StatusNotifierItems on this bus now: a watcher runs and a host
-    // (the panel) has registered with it.
+    // (the panel) has registered with it, or the watcher is too busy to say.
     static bool isHostAvailable(QDBusConnection connection = QDBusConnection::sessionBus());
 
     // Exports the item and registers it with the watcher, now and whenever a watcher starts.

@@ -1,5 +1,6 @@
 #include "app/hotkey/x11/X11HotKeyBackend.h"
 
+#include "app/KeyCodeTable.h"
 #include "app/hotkey/KeySymTable.h"
 
 #include <QCoreApplication>
@@ -95,11 +96,19 @@ std::uint16_t X11HotKeyBackend::numLockMask() const {
 
 void X11HotKeyBackend::registerHotKey(const Registration& registration) {
     unregisterHotKey();
-    const std::optional<std::uint32_t> keysym = KeySymTable::keysym(registration.keyCode);
-    if (!keysym)
-        return;
-    const KeySymbols symbols(xcb_key_symbols_alloc(m_connection));
-    const std::vector<xcb_keycode_t> keycodes = keycodesFor(symbols.get(), *keysym);
+    // The key at the recorded place, as the recorder took it: under a layout without Latin
+    // letters no key types "r", yet Ctrl+Alt+R is still the key where R sits. X servers on Linux
+    // number keys as XKB does. Keys without a place of their own are found by their symbol.
+    std::vector<xcb_keycode_t> keycodes;
+    if (const auto physical = KeyCodeTable::xkbKeycode(registration.keyCode)) {
+        keycodes.push_back(static_cast<xcb_keycode_t>(*physical));
+    } else {
+        const std::optional<std::uint32_t> keysym = KeySymTable::keysym(registration.keyCode);
+        if (!keysym)
+            return;
+        const KeySymbols symbols(xcb_key_symbols_alloc(m_connection));
+        keycodes = keycodesFor(symbols.get(), *keysym);
+    }
 
     m_modifiers = x11Modifiers(registration.modifierMask);
     const std::uint16_t numLock = numLockMask();

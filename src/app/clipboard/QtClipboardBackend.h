@@ -1,0 +1,14 @@
+#pragma once
+
+#include "app/clipboard/ClipboardBackend.h"
+
+// Qt's clipboard: X11, macOS, Windows, and Wayland while one of this program's windows has the
+// keyboard focus.
+class QtClipboardBackend : public ClipboardBackend {
+    Q_OBJECT
+public:
+    QtClipboardBackend();
+
+    void setText(const QString& text) override;
+    std::optional<QString> text() override;
+};

@@ -1,0 +1,7 @@
+#include "app/popup/PlainMenuPopup.h"
+
+#include <QMenu>
+
+void PlainMenuPopup::show(QMenu* menu, QPoint at) {
+    menu->popup(at);
+}

@@ -1,0 +1,77 @@
+#include "app/popup/WaylandMenuPopup.h"
+
+#include "app/wayland/XdgActivation.h"
+
+#include <QApplication>
+#include <QEvent>
+#include <QMenu>
+#include <QWindow>
+
+WaylandMenuPopup::WaylandMenuPopup() {
+    connect(qApp, &QGuiApplication::focusWindowChanged, this, &WaylandMenuPopup::focusChanged);
+    // Every submenu, also those added to the menu later, is seen as it is about to show.
+    qApp->installEventFilter(this);
+}
+
+bool WaylandMenuPopup::eventFilter(QObject* watched, QEvent* event) {
+    // Qt sends a widget its show event before its window goes on screen.
+    if (event->type() == QEvent::Show && m_menu && m_menu->isVisible() && watched != m_menu) {
+        if (auto* submenu = qobject_cast<QMenu*>(watched); submenu && submenu->isWindow())
+            showingSubmenu(submenu);
+    }
+    return false;
+}
+
+void WaylandMenuPopup::showingSubmenu(QMenu* submenu) {
+    // Qt 6.4 makes a Qt::Popup window a grabbing popup only with the serial of an input event
+    // of this program, and a plain window without one: a submenu opened by hovering alone,
+    // before any key or button was pressed in the menu, would open as a window of its own
+    // (placed by the compositor) or, with a stale serial, be refused and closed at once
+    // (mutter). Its window is made a popup that grabs nothing instead: placed beside its
+    // parent as asked, with the keyboard staying with the menu, which hands the keys on to
+    // the open submenu. Only the window's type changes; the widget stays Qt's popup menu.
+    QWindow* window = submenu->windowHandle();
+    if (!window || window->type() == Qt::ToolTip)
+        return;
+    window->setFlags((window->flags() & ~Qt::WindowType_Mask) | Qt::ToolTip);
+}
+
+void WaylandMenuPopup::show(QMenu* menu, QPoint at) {
+    if (m_menu && m_menu->isVisible()) {
+        m_menu->close();
+        return;
+    }
+    m_menu = menu;
+    // Without a frame the compositor draws no title bar or border around it.
+    if (!menu->windowFlags().testFlag(Qt::FramelessWindowHint))
+        menu->setWindowFlag(Qt::FramelessWindowHint);
+    // A window whose smallest and largest sizes are equal is a dialog to a tiling compositor,
+    // which floats it; the size is measured anew as the items may have changed.
+    menu->setMinimumSize(0, 0);
+    menu->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
+    menu->setFixedSize(menu->sizeHint());
+    menu->popup(at);
+    XdgActivation::activateWhenShown(menu->windowHandle());
+}
+
+void WaylandMenuPopup::focusChanged(QWindow* focus) {
+    // The compositor tells this program nothing of a click outside its windows, only that the
+    // keyboard went elsewhere; the menu's own submenus may take it.
+    if (!m_menu || !m_menu->isVisible() || isMenuWindow(focus))
+        return;
+    // Submenus first: closing the top menu alone would leave them to Qt's next event.
+    while (QWidget* popup = QApplication::activePopupWidget()) {
+        if (!popup->close())
+            break;
+    }
+}
+
+bool WaylandMenuPopup::isMenuWindow(const QWindow* window) const {
+    if (!window)
+        return false;
+    for (const QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->windowHandle() == window)
+            return qobject_cast<const QMenu*>(widget) != nullptr;
+    }
+    return false;
+}

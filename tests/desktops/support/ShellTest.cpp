@@ -1,0 +1,1444 @@
+#include "ShellTest.h"
+
+#include "BusMonitor.h"
+#include "PrivateSessionBus.h"
+#include "TestStatusNotifierHost.h"
+#include "TestStatusNotifierWatcher.h"
+
+#include "app/SingleInstance.h"
+
+#include "config/AppConfig.h"
+#include "config/Environment.h"
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusReply>
+#include <QDBusVariant>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QImage>
+#include <QRegularExpression>
+#include <QtTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString token = QStringLiteral("desktop-token-7c1e");
+// Quillmar's own windows and menus belong to this accessible application.
+const QString ownApplication = QStringLiteral("Quillmar");
+constexpr qint64 workId = 11;
+constexpr qint64 readingId = 12;
+constexpr qint64 recipesId = 13;
+
+const QStringList setupMenu = {
+    QStringLiteral("Welcome to Quillmar"), QStringLiteral("Open Settings to add your API token"),
+    QStringLiteral("---"), QStringLiteral("Settings…"), QStringLiteral("Quit")};
+const QStringList bookmarkActions = {QStringLiteral("↗ Open"),
+                                     QStringLiteral("---"),
+                                     QStringLiteral("⎘ Copy URL"),
+                                     QStringLiteral("[ ] Copy as Markdown"),
+                                     QStringLiteral("✎ Edit in Raindrop"),
+                                     QStringLiteral("---"),
+                                     QStringLiteral("♥ Remove from Favourites")};
+
+QDBusConnection bus() {
+    static QDBusConnection connection =
+        QDBusConnection::connectToBus(QString::fromLocal8Bit(qgetenv("DBUS_SESSION_BUS_ADDRESS")),
+                                      QStringLiteral("desktop-test"));
+    return connection;
+}
+
+const ScreenReader::Entry* entryOf(const QList<ScreenReader::Menu>& menus, const QString& label) {
+    for (const ScreenReader::Menu& menu : menus)
+        if (const ScreenReader::Entry* entry = menu.find(label))
+            return entry;
+    return nullptr;
+}
+
+const ScreenReader::Menu* menuWith(const QList<ScreenReader::Menu>& menus, const QString& label) {
+    for (const ScreenReader::Menu& menu : menus)
+        if (menu.find(label))
+            return &menu;
+    return nullptr;
+}
+
+QString describe(const QList<ScreenReader::Menu>& menus) {
+    QStringList parts;
+    for (const ScreenReader::Menu& menu : menus)
+        parts.append(QStringLiteral("[%1] %2").arg(menu.application, menu.labels().join(u'|')));
+    return parts.isEmpty() ? QStringLiteral("no menu") : parts.join(QStringLiteral("; "));
+}
+
+} // namespace
+
+ShellTest::~ShellTest() = default;
+
+bool ShellTest::waitUntil(const std::function<bool()>& condition,
+                          std::chrono::milliseconds timeout) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > timeout.count())
+            return false;
+        QTest::qWait(100);
+    }
+    return true;
+}
+
+bool ShellTest::waitForTray(std::chrono::milliseconds timeout) {
+    return waitUntil(
+        [] {
+            QDBusMessage get = QDBusMessage::createMethodCall(
+                QStringLiteral("org.kde.StatusNotifierWatcher"),
+                QStringLiteral("/StatusNotifierWatcher"),
+                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+            get.setArguments({QStringLiteral("org.kde.StatusNotifierWatcher"),
+                              QStringLiteral("IsStatusNotifierHostRegistered")});
+            const QDBusMessage reply = bus().call(get, QDBus::Block, 2000);
+            return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
+                   reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+        },
+        timeout);
+}
+
+bool ShellTest::waitForName(const QString& name, std::chrono::milliseconds timeout) {
+    return waitUntil([&] { return bus().interface()->isServiceRegistered(name).value(); }, timeout);
+}
+
+void ShellTest::initTestCase() {
+    const QString folder =
+        QCoreApplication::applicationDirPath() + QStringLiteral("/desktop-sessions/") + name();
+    m_session = std::make_unique<DesktopSession>(sessionOptions(), folder);
+    QVERIFY2(m_session->start(), qPrintable(m_session->errorString()));
+    QVERIFY(setUpDesktopFiles());
+    QVERIFY2(m_reader.start(m_session->logFile(QStringLiteral("read-screen")).section(u'/', 0, -2)),
+             "the accessibility reader did not start");
+    QElapsedTimer started;
+    started.start();
+    QVERIFY2(startShell(*m_session),
+             qPrintable(QStringLiteral("%1 did not start (logs in %2)")
+                            .arg(name(), folder + QStringLiteral("/logs"))));
+    qInfo("%s up in %lld ms", qPrintable(name()), started.elapsed());
+    m_beforeQuillmar = QImage(screenshot(QStringLiteral("shell")));
+
+    m_service = std::make_unique<FakeRaindropService>(token);
+    m_service->addCollection(workId, QStringLiteral("Work"));
+    m_service->addCollection(readingId, QStringLiteral("Reading & Notes_2024"));
+    m_service->addCollection(recipesId, QStringLiteral("Recipes"));
+    const QString pages = m_pages.baseUrl();
+    m_service->addBookmark({101,
+                            QStringLiteral("Tom & Jerry_2"),
+                            pages + QStringLiteral("/tom"),
+                            workId,
+                            true,
+                            {QStringLiteral("fun")}});
+    m_service->addBookmark({102,
+                            QStringLiteral("Second work item"),
+                            pages + QStringLiteral("/work"),
+                            workId,
+                            false,
+                            {}});
+    m_service->addBookmark({103,
+                            QStringLiteral("Notes page"),
+                            pages + QStringLiteral("/notes"),
+                            readingId,
+                            false,
+                            {QStringLiteral("later")}});
+    m_service->addBookmark({104,
+                            QStringLiteral("Pancakes"),
+                            pages + QStringLiteral("/pancakes"),
+                            recipesId,
+                            false,
+                            {QStringLiteral("fun"), QStringLiteral("food")}});
+    // A list takes a moment to arrive, as over the internet.
+    m_service->setListDelay(600ms);
+    m_manifest.on("GET", QStringLiteral("/apps/quillmar/latest.json"),
+                  TestHttpServer::Response::json(
+                      "{\"version\": \"" + Environment::buildVersion().toUtf8() +
+                      "\", \"download_url\": \"" + pages.toUtf8() + "/download\"}"));
+    m_quillmar = std::make_unique<QuillmarProcess>(QStringLiteral(QUILLMAR_UNDER_TEST),
+                                                   folder + QStringLiteral("/quillmar"));
+    m_clipboardFile = folder + QStringLiteral("/clipboard.txt");
+}
+
+void ShellTest::cleanupTestCase() {
+    if (m_quillmar)
+        m_quillmar->stop();
+    m_clipboardOwner.stop();
+    m_reader.stop();
+    if (m_session)
+        m_session->stop();
+}
+
+void ShellTest::cleanup() {
+    if (QTest::currentTestFailed())
+        screenshot(QStringLiteral("failed-") + QString::fromLatin1(QTest::currentTestFunction()));
+    closeMenus(true);
+    closeMenus();
+}
+
+bool ShellTest::setUpDesktopFiles() {
+    // As an installed Quillmar has them: its icons in the icon theme's folders, so that a panel
+    // that themes icons finds the name the item gives.
+    const QString icons = m_session->home() + QStringLiteral("/.local/share/icons/hicolor/");
+    return QDir().mkpath(icons + QStringLiteral("scalable/apps")) &&
+           QDir().mkpath(icons + QStringLiteral("symbolic/apps")) &&
+           QFile::copy(QStringLiteral(QUILLMAR_ICONS "/quillmar.svg"),
+                       icons + QStringLiteral("scalable/apps/app.quillmar.Quillmar.svg")) &&
+           QFile::copy(QStringLiteral(QUILLMAR_ICONS "/quillmar-symbolic.svg"),
+                       icons + QStringLiteral("symbolic/apps/app.quillmar.Quillmar-symbolic.svg"));
+}
+
+QString ShellTest::screenshot(const QString& name) {
+    const QString file =
+        m_session->folder() +
+        QStringLiteral("/screenshots/%1-%2.png").arg(++m_shots, 2, 10, QLatin1Char('0')).arg(name);
+    saveScreen(file);
+    return file;
+}
+
+bool ShellTest::saveScreen(const QString& file) {
+    return ChildProcess::run(
+               {QStringLiteral("import"), QStringLiteral("-window"), QStringLiteral("root"), file},
+               30s)
+               .exitCode == 0;
+}
+
+QList<ScreenReader::Menu> ShellTest::moved(QList<ScreenReader::Menu> menus, QPoint offset) {
+    for (ScreenReader::Menu& menu : menus) {
+        menu.rect.translate(offset);
+        for (ScreenReader::Entry& entry : menu.entries)
+            entry.rect.translate(offset);
+    }
+    return menus;
+}
+
+bool ShellTest::runQuillmar(Account account, const QStringList& arguments) {
+    if (m_account == account && m_arguments == arguments && m_quillmar->isRunning())
+        return true;
+    m_quillmar->stop();
+    // The icon of a Quillmar that ended (stopped here or quit by a test) must be gone before the
+    // next one comes, or the two could be taken for each other, and the new one's place could be
+    // read while the old one still stood beside it. A panel drops an item from its watcher once
+    // its icon is gone (GNOME's extension half a second after its owner left the bus).
+    if (!waitUntil([this] {
+            const QStringList items = registeredItems();
+            return std::all_of(items.cbegin(), items.cend(), [this](const QString& item) {
+                // "service", "service/path" or GNOME's "service@path".
+                const QString service =
+                    item.section(QRegularExpression(QStringLiteral("[/@]")), 0, 0);
+                return bus().interface()->isServiceRegistered(service).value();
+            });
+        }))
+        return false;
+    AppConfig config;
+    if (account != Account::NotSetUp) {
+        config.token = token;
+        config.pinnedCollectionIds = {workId};
+        config.pinnedTags = {QStringLiteral("fun")};
+    }
+    QFile::remove(AppConfig::filePath());
+    if (account != Account::NotSetUp && config.save())
+        return false;
+    const QuillmarProcess::Addresses addresses{m_service->apiBase(), m_pages.baseUrl(),
+                                               m_manifest.baseUrl() +
+                                                   QStringLiteral("/apps/quillmar/latest.json")};
+    // The refresh timer of a long test run would otherwise fire amid a check.
+    const QStringList timing =
+        arguments.contains(QStringLiteral("--refresh-seconds"))
+            ? QStringList()
+            : QStringList{QStringLiteral("--refresh-seconds"), QStringLiteral("3600")};
+    if (!m_quillmar->start(addresses, arguments + timing))
+        return false;
+    m_account = account;
+    m_arguments = arguments;
+    // Ready once the panel shows the icon and, with a token, the menu is complete.
+    m_icon.reset();
+    const bool up = waitUntil([this] { return registeredItem() && (m_icon = trayIcon()); }, 30s);
+    if (up && readsMenusByOcr()) {
+        input().moveTo(QPoint(m_session->screen().width() / 2, m_session->screen().height() / 2));
+        m_withoutMenus = QImage(screenshot(QStringLiteral("no-menu")));
+    }
+    if (!up) {
+        qWarning("Quillmar %s registered with the panel's watcher; its icon %s found",
+                 registeredItem() ? "is" : "is not", trayIcon() ? "is" : "is not");
+        return false;
+    }
+    return account == Account::NotSetUp || waitForFullMenu();
+}
+
+bool ShellTest::waitForFullMenu() {
+    const auto item = registeredItem();
+    TestStatusNotifierHost host(m_session->busAddress());
+    if (!item || !host.attach(item->first, item->second))
+        return false;
+    return waitUntil([&host] {
+        const auto layout = host.layout(0, 1);
+        return layout && layout->shownLabels().contains(QStringLiteral("Settings…"));
+    });
+}
+
+QStringList ShellTest::registeredItems() const {
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        QStringLiteral("org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get.setArguments({QStringLiteral("org.kde.StatusNotifierWatcher"),
+                      QStringLiteral("RegisteredStatusNotifierItems")});
+    const QDBusMessage reply = bus().call(get, QDBus::Block, 2000);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return {};
+    return reply.arguments().constFirst().value<QDBusVariant>().variant().toStringList();
+}
+
+std::optional<QPair<QString, QString>> ShellTest::registeredItem() const {
+    if (!m_quillmar || !m_quillmar->isRunning())
+        return std::nullopt;
+    for (const QString& item : registeredItems()) {
+        // "service" or "service/path", as the item registered itself.
+        const qsizetype slash = item.indexOf(u'/');
+        const QString service = slash < 0 ? item : item.left(slash);
+        const QString path = slash < 0 ? QStringLiteral("/StatusNotifierItem") : item.mid(slash);
+        const QDBusReply<uint> pid = bus().interface()->servicePid(service);
+        if (pid.isValid() && qint64(pid.value()) == m_quillmar->pid())
+            return qMakePair(service, path);
+    }
+    return std::nullopt;
+}
+
+std::optional<QRect> ShellTest::trayIcon() {
+    for (const QString& application : panelApplications())
+        for (const QRect& rect : m_reader.find(application, QString(), QStringLiteral("Quillmar")))
+            if (rect.width() > 0 && rect.height() > 0)
+                return rect;
+    return std::nullopt;
+}
+
+std::optional<QRect> ShellTest::iconByDifference(int panelHeight) {
+    const QImage now(screenshot(QStringLiteral("finding-icon")));
+    if (now.size() != m_beforeQuillmar.size())
+        return std::nullopt;
+    const int strip = panelHeight;
+    std::optional<QRect> best;
+    int bestChanged = 0;
+    for (const int top : {0, now.height() - strip}) {
+        // Changed pixels per column of the strip; a run of changed columns is a block.
+        QList<int> changed(now.width(), 0);
+        QList<int> firstRow(now.width(), strip), lastRow(now.width(), -1);
+        for (int y = 0; y < strip; ++y)
+            for (int x = 0; x < now.width(); ++x)
+                if (now.pixel(x, top + y) != m_beforeQuillmar.pixel(x, top + y)) {
+                    ++changed[x];
+                    firstRow[x] = std::min(firstRow[x], y);
+                    lastRow[x] = std::max(lastRow[x], y);
+                }
+        for (int x = 0; x < now.width();) {
+            if (!changed[x]) {
+                ++x;
+                continue;
+            }
+            int end = x, total = 0, rowFrom = strip, rowTo = -1;
+            for (; end < now.width() && changed[end]; ++end) {
+                total += changed[end];
+                rowFrom = std::min(rowFrom, firstRow[end]);
+                rowTo = std::max(rowTo, lastRow[end]);
+            }
+            // Within the block, the icon is where something is drawn on the panel's ground
+            // (the top row of the strip): a plain area that moved aside is no icon.
+            int drawnFrom = -1, drawnTo = -1;
+            for (int column = x; column < end; ++column) {
+                const QColor ground = now.pixelColor(column, top);
+                int drawn = 0;
+                for (int y = rowFrom; y <= rowTo; ++y) {
+                    const QColor c = now.pixelColor(column, top + y);
+                    drawn += std::abs(c.red() - ground.red()) +
+                                 std::abs(c.green() - ground.green()) +
+                                 std::abs(c.blue() - ground.blue()) >
+                             90;
+                }
+                if (drawn >= 2) {
+                    drawnFrom = drawnFrom < 0 ? column : drawnFrom;
+                    drawnTo = column;
+                }
+            }
+            const int width = drawnTo - drawnFrom + 1;
+            // An icon, not a shifted separator line nor a changed digit of a clock.
+            if (drawnFrom >= 0 && width >= 8 && width <= 64 && total > bestChanged && total > 100) {
+                bestChanged = total;
+                best = QRect(drawnFrom, top + rowFrom, width, rowTo - rowFrom + 1);
+            }
+            x = end;
+        }
+    }
+    return best;
+}
+
+void ShellTest::openPanelMenu(QRect icon) {
+    input().click(icon.center(), 3);
+}
+
+void ShellTest::activate(QRect icon) {
+    input().click(icon.center(), 1);
+}
+
+QString ShellTest::ocrLabel(const QString& label) {
+    // What OCR reads reliably of a menu label: its letters and digits (no emoji, no marks).
+    QString letters;
+    for (const QChar c : label)
+        if (c.isLetterOrNumber() && c.unicode() < 0x2000)
+            letters.append(c.toLower());
+    return letters;
+}
+
+QList<ScreenReader::Menu> ShellTest::menusByOcr() {
+    // The menus are what differs from the screen as it was with none open, outside the panel.
+    const QString file = screenshot(QStringLiteral("reading-menus"));
+    const QImage now(file);
+    if (now.size() != m_withoutMenus.size())
+        return {};
+    // Cells of 2x2 pixels that changed; the menus are those joined to the icon, which they open
+    // beside (a window elsewhere, such as the settings, is not a menu).
+    constexpr int cell = 2;
+    const int columns = now.width() / cell, rows = now.height() / cell;
+    const QRect panel = panelArea();
+    QList<bool> changed(columns * rows, false);
+    for (int y = 0; y < rows * cell; y += cell)
+        for (int x = 0; x < columns * cell; x += cell)
+            if (!panel.contains(x, y) && now.pixel(x, y) != m_withoutMenus.pixel(x, y))
+                changed[(y / cell) * columns + x / cell] = true;
+    const QRect seedArea = m_icon.value_or(QRect()).adjusted(-80, -80, 80, 80);
+    QList<int> pending;
+    QList<bool> reached(columns * rows, false);
+    for (int i = 0; i < changed.size(); ++i)
+        if (changed[i] &&
+            seedArea.intersects(QRect((i % columns) * cell, (i / columns) * cell, cell, cell))) {
+            reached[i] = true;
+            pending.append(i);
+        }
+    QRect area;
+    while (!pending.isEmpty()) {
+        const int i = pending.takeLast();
+        const int cx = i % columns, cy = i / columns;
+        area = area.united(QRect(cx * cell, cy * cell, cell, cell));
+        for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                const int nx = cx + dx, ny = cy + dy;
+                if (nx < 0 || ny < 0 || nx >= columns || ny >= rows)
+                    continue;
+                const int n = ny * columns + nx;
+                if (changed[n] && !reached[n]) {
+                    reached[n] = true;
+                    pending.append(n);
+                }
+            }
+    }
+    if (area.width() < 40 || area.height() < 20)
+        return {};
+    ScreenReader::Menu menu;
+    menu.application = panelApplications().constFirst();
+    menu.rect = area;
+    const QList<ScreenReader::TextLine> read = ScreenReader::readText(file, area, false);
+    QList<ScreenReader::TextLine> lines = read;
+    // A text right of another on its row is that entry's key hint.
+    lines.removeIf([&read](const ScreenReader::TextLine& line) {
+        return std::any_of(read.cbegin(), read.cend(), [&line](const auto& other) {
+            return std::abs(other.rect.center().y() - line.rect.center().y()) < 6 &&
+                   other.rect.right() < line.rect.left();
+        });
+    });
+    for (const ScreenReader::TextLine& line : std::as_const(lines)) {
+        // Grey text is a disabled entry: its darkest pixels stay light.
+        int darkest = 255;
+        for (int y = line.rect.top(); y <= line.rect.bottom(); ++y)
+            for (int x = line.rect.left(); x <= line.rect.right(); ++x)
+                darkest = std::min(darkest, qGray(now.pixel(x, y)));
+        // The whole width of the menu is the entry's, as a click sees it.
+        const QRect rect(area.left(), line.rect.top() - 2, area.width(), line.rect.height() + 4);
+        menu.entries.append(
+            {ocrLabel(line.text), QStringLiteral("item"), darkest < 90,
+             QRect(line.rect.left(), rect.top(), line.rect.width(), rect.height())});
+    }
+    return {menu};
+}
+
+QList<ScreenReader::Menu> ShellTest::openMenus(bool own) {
+    if (!own && readsMenusByOcr())
+        return menusByOcr();
+    QList<ScreenReader::Menu> menus;
+    const QStringList applications = own ? QStringList{ownApplication} : panelApplications();
+    for (const ScreenReader::Menu& menu : m_reader.menus())
+        if (applications.contains(menu.application))
+            menus.append(menu);
+    return own ? placeOwnMenus(menus) : menus;
+}
+
+std::optional<QList<ScreenReader::Menu>>
+ShellTest::waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check,
+                        bool own, std::chrono::milliseconds timeout) {
+    QList<ScreenReader::Menu> menus;
+    if (waitUntil(
+            [&] {
+                menus = openMenus(own);
+                return check(menus);
+            },
+            timeout))
+        return menus;
+    qWarning("menus shown: %s", qPrintable(describe(menus)));
+    return std::nullopt;
+}
+
+std::optional<ScreenReader::Menu> ShellTest::openPanelMenuShowing(const QString& firstLabel) {
+    const auto icon = m_icon;
+    if (!icon)
+        return std::nullopt;
+    openPanelMenu(*icon);
+    const auto menus = waitForMenus([&](const QList<ScreenReader::Menu>& menus) {
+        return !menus.isEmpty() && !menus.constFirst().entries.isEmpty() &&
+               menus.constFirst().entries.constFirst().label == readAs(firstLabel);
+    });
+    if (!menus)
+        return std::nullopt;
+    return menus->constFirst();
+}
+
+QString ShellTest::readAs(const QString& label) const {
+    return readsMenusByOcr() ? ocrLabel(label) : label;
+}
+
+QStringList ShellTest::readAs(QStringList labels) const {
+    // OCR sees no separator lines.
+    if (readsMenusByOcr())
+        labels.removeAll(QStringLiteral("---"));
+    for (QString& label : labels)
+        label = readAs(label);
+    return labels;
+}
+
+std::optional<QList<ScreenReader::Menu>> ShellTest::openSubmenu(const QString& shownLabel,
+                                                                const QString& shownExpected) {
+    const QString label = readAs(shownLabel);
+    const QString expected = readAs(shownExpected);
+    const QList<ScreenReader::Menu> menus = openMenus();
+    const ScreenReader::Entry* entry = entryOf(menus, label);
+    if (!entry)
+        return std::nullopt;
+    // An inline submenu that shows already would close on a click.
+    if (submenus() == Submenus::Cascading || !entryOf(menus, expected))
+        input().click(entry->rect.center());
+    return waitForMenus([&](const QList<ScreenReader::Menu>& shown) {
+        return entryOf(shown, label) && entryOf(shown, expected);
+    });
+}
+
+bool ShellTest::choose(const QString& label, bool own) {
+    const QList<ScreenReader::Menu> menus = openMenus(own);
+    const ScreenReader::Entry* entry = entryOf(menus, own ? label : readAs(label));
+    if (!entry)
+        return false;
+    input().click(entry->rect.center());
+    return true;
+}
+
+void ShellTest::closeMenus(bool own) {
+    for (int i = 0; i < 6 && !openMenus(own).isEmpty(); ++i) {
+        dismissMenu(own);
+        QTest::qWait(200);
+    }
+}
+
+void ShellTest::dismissMenu(bool) {
+    input().pressKeys(QStringLiteral("Escape"));
+}
+
+bool ShellTest::copyFromOutside(const QString& text) {
+    m_clipboardOwner.stop();
+    if (m_session->isWayland()) {
+        // --foreground keeps wl-copy the clipboard's owner until it is stopped.
+        if (!m_clipboardOwner.start({QStringLiteral("wl-copy"), QStringLiteral("--foreground"),
+                                     QStringLiteral("--"), text},
+                                    m_session->logFile(QStringLiteral("wl-copy"))))
+            return false;
+        return waitUntil([this, text] { return clipboard() == text; });
+    }
+    QFile file(m_clipboardFile);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    file.write(text.toUtf8());
+    file.close();
+    // -quiet keeps xclip in the foreground, owning the clipboard until it is stopped.
+    if (!m_clipboardOwner.start({QStringLiteral("xclip"), QStringLiteral("-selection"),
+                                 QStringLiteral("clipboard"), QStringLiteral("-quiet"),
+                                 m_clipboardFile},
+                                m_session->logFile(QStringLiteral("xclip"))))
+        return false;
+    return waitUntil([this, text] { return clipboard() == text; });
+}
+
+QString ShellTest::clipboard() const {
+    if (m_session->isWayland())
+        return QString::fromUtf8(
+            ChildProcess::run({QStringLiteral("wl-paste"), QStringLiteral("--no-newline")}).output);
+    return QString::fromUtf8(
+        ChildProcess::run({QStringLiteral("xclip"), QStringLiteral("-selection"),
+                           QStringLiteral("clipboard"), QStringLiteral("-o")})
+            .output);
+}
+
+bool ShellTest::settingsWindowShown() const {
+    // On Wayland, where the compositor gives the keyboard, the window also has it.
+    if (m_session->isWayland()) {
+        const QList<Window> windows = ownWindows();
+        return std::any_of(windows.cbegin(), windows.cend(), [](const Window& window) {
+            return window.title == QStringLiteral("Quillmar Settings") && window.focused;
+        });
+    }
+    return ChildProcess::run({QStringLiteral("xdotool"), QStringLiteral("search"),
+                              QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                              QStringLiteral("^Quillmar Settings$")})
+               .exitCode == 0;
+}
+
+int ShellTest::tagListRequests() const {
+    return int(m_service->server().requestsTo(QStringLiteral("/rest/v1/tags")).size());
+}
+
+qint64 ShellTest::shellLogSize() const {
+    return QFileInfo(shellLog()).size();
+}
+
+QString ShellTest::shellLogSince(qint64 offset) const {
+    QFile log(shellLog());
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(offset))
+        return {};
+    return QString::fromUtf8(log.readAll());
+}
+
+// 1. The drop is in the tray, drawn, with the tooltip "Quillmar"; a panel that themes icons
+// gets a name it finds in the icon theme.
+void ShellTest::iconShownWithTooltip() {
+    QVERIFY2(runQuillmar(Account::NotSetUp), "Quillmar's icon did not show in the panel");
+    const auto icon = m_icon;
+    QVERIFY(icon);
+    const QImage screen(screenshot(QStringLiteral("icon")));
+    // Drawn: a good part of the icon's pixels differ from the panel's ground at its corner.
+    const QColor ground = screen.pixelColor(icon->topLeft());
+    int drawn = 0;
+    for (int y = icon->top(); y <= icon->bottom(); ++y)
+        for (int x = icon->left(); x <= icon->right(); ++x) {
+            const QColor c = screen.pixelColor(x, y);
+            drawn += std::abs(c.red() - ground.red()) + std::abs(c.green() - ground.green()) +
+                         std::abs(c.blue() - ground.blue()) >
+                     90;
+        }
+    QVERIFY2(
+        drawn > 40, // the panel's button may be larger than the icon it draws
+        qPrintable(QStringLiteral("the icon at %1,%2 is blank").arg(icon->x()).arg(icon->y())));
+
+    if (!showsTooltips()) {
+        // A panel without tooltips names the icon for screen readers with the item's title.
+        bool named = false;
+        for (const QString& application : panelApplications())
+            named = named ||
+                    !m_reader.find(application, QString(), QStringLiteral("Quillmar")).isEmpty();
+        QVERIFY2(named, "the panel shows no tooltips, and the icon is not named \"Quillmar\"");
+    }
+    // The tooltip, as drawn by the panel when the pointer rests on the icon.
+    input().moveTo(QPoint(m_session->screen().width() / 2, m_session->screen().height() / 2));
+    input().moveTo(icon->center());
+    const QRect around = QRect(icon->center() - QPoint(300, 120), QSize(600, 240))
+                             .intersected(QRect(QPoint(0, 0), m_session->screen()));
+    QString seen;
+    const bool tooltip =
+        !showsTooltips() || waitUntil(
+                                [&] {
+                                    const QString shot = screenshot(QStringLiteral("tooltip"));
+                                    seen.clear();
+                                    // A tooltip's small text (waybar's) is read at three times its
+                                    // size.
+                                    for (const int scale : {2, 3})
+                                        for (const auto& line : ScreenReader::readText(
+                                                 shot, around, darkTooltips(), scale))
+                                            seen += line.text + u'|';
+                                    return seen.contains(QStringLiteral("Quillmar"));
+                                },
+                                20s);
+    QVERIFY2(tooltip,
+             qPrintable(QStringLiteral("no tooltip \"Quillmar\" near the icon; read: ") + seen));
+
+    const auto item = registeredItem();
+    QVERIFY(item);
+    TestStatusNotifierHost host(m_session->busAddress());
+    QVERIFY(host.attach(item->first, item->second));
+    const QString iconName = host.itemProperty(QStringLiteral("IconName")).toString();
+    QVERIFY2(!iconName.isEmpty(),
+             "IconName is empty: the panel cannot take the themed symbolic icon");
+    QVERIFY2(QFile::exists(m_session->home() +
+                           QStringLiteral("/.local/share/icons/hicolor/symbolic/apps/") + iconName +
+                           QStringLiteral(".svg")) ||
+                 QFile::exists(m_session->home() +
+                               QStringLiteral("/.local/share/icons/hicolor/scalable/apps/") +
+                               iconName + QStringLiteral(".svg")),
+             qPrintable(QStringLiteral("IconName \"%1\" is not an installed icon").arg(iconName)));
+}
+
+// 2. The panel's menu shows the whole layout, and every kind of entry does its work when chosen.
+void ShellTest::panelMenuHasLayoutAndEveryItemWorks() {
+    // Every entry is tried, so that one that does nothing does not hide the others.
+    QStringList failures;
+    const auto expect = [&failures](bool holds, const QString& failure) {
+        if (!holds)
+            failures.append(failure);
+        return holds;
+    };
+    QVERIFY(runQuillmar(Account::NotSetUp));
+    auto menu = openPanelMenuShowing(QStringLiteral("Welcome to Quillmar"));
+    QVERIFY2(menu, "the panel's menu did not open with the setup menu");
+    QCOMPARE(menu->labels(), readAs(setupMenu));
+    for (const QString& label : setupMenu)
+        if (label != QStringLiteral("---"))
+            QCOMPARE(menu->find(readAs(label))->enabled,
+                     label == QStringLiteral("Settings…") || label == QStringLiteral("Quit"));
+    screenshot(QStringLiteral("setup-menu"));
+    QVERIFY(choose(QStringLiteral("Settings…")));
+    expect(waitUntil([this] { return settingsWindowShown(); }),
+           QStringLiteral("setup menu: \"Settings…\" showed no settings window"));
+    screenshot(QStringLiteral("setup-settings"));
+    closeMenus();
+    QVERIFY(openPanelMenuShowing(QStringLiteral("Welcome to Quillmar")));
+    QVERIFY(choose(QStringLiteral("Quit")));
+    expect(m_quillmar->waitForExit(15s) && m_quillmar->exitCode() == 0,
+           QStringLiteral("setup menu: \"Quit\" did not end Quillmar"));
+
+    QVERIFY(runQuillmar(Account::SetUp));
+    menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
+    QVERIFY2(menu, "the panel's menu did not open with the bookmark menu");
+    QCOMPARE(menu->labels(), readAs(FakeRaindropService::fullMenuLabels()));
+    screenshot(QStringLiteral("full-menu"));
+
+    const QString link = m_pages.baseUrl() + QStringLiteral("/tom");
+    auto menus = openSubmenu(QStringLiteral("Tom & Jerry_2"), QStringLiteral("⎘ Copy URL"));
+    QVERIFY2(menus, "a favourite's actions did not show");
+    if (submenus() == Submenus::Cascading)
+        QCOMPARE(menuWith(*menus, QStringLiteral("⎘ Copy URL"))->labels(), readAs(bookmarkActions));
+    screenshot(QStringLiteral("bookmark-actions"));
+    QVERIFY(copyFromOutside(QStringLiteral("nothing yet")));
+    QVERIFY(choose(QStringLiteral("⎘ Copy URL")));
+    expect(waitUntil([&] { return clipboard() == link; }),
+           QStringLiteral("\"⎘ Copy URL\" left the clipboard at \"%1\"").arg(clipboard()));
+    closeMenus();
+
+    QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+    QVERIFY(openSubmenu(QStringLiteral("Tom & Jerry_2"), QStringLiteral("↗ Open")));
+    QVERIFY(choose(QStringLiteral("↗ Open")));
+    expect(waitUntil([&] { return m_quillmar->openedUrls().contains(link); }),
+           QStringLiteral("\"↗ Open\" did not reach the browser"));
+    closeMenus();
+
+    QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+    const int favourites = m_service->favouritesRequests();
+    QVERIFY(choose(QStringLiteral("Refresh")));
+    expect(waitUntil([&] { return m_service->favouritesRequests() > favourites; }),
+           QStringLiteral("\"Refresh\" sent no request"));
+    closeMenus();
+    // The refreshed menu, complete, before the panel's menu opens again: a panel that grows its
+    // open menu in place moves the entries after they were read.
+    QVERIFY(waitForFullMenu());
+
+    QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+    QVERIFY(choose(QStringLiteral("Settings…")));
+    expect(waitUntil([this] { return settingsWindowShown(); }),
+           QStringLiteral("\"Settings…\" showed no settings window"));
+    closeMenus();
+
+    QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+    QVERIFY(choose(QStringLiteral("Quit Quillmar")));
+    expect(m_quillmar->waitForExit(15s) && m_quillmar->exitCode() == 0,
+           QStringLiteral("\"Quit Quillmar\" did not end Quillmar"));
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
+}
+
+// 3. Lazily filled submenus show their bookmarks on their first opening, in place, with one
+// request; opening them again sends none.
+void ShellTest::lazySubmenusFillOnFirstOpen() {
+    // The pinned collection's warm-up fails, so that it is not in the cache when opened.
+    m_service->failListRequests(workId, 1);
+    m_account.reset();
+    const int warmUps = m_service->collectionRequests(workId);
+    QVERIFY(runQuillmar(Account::SetUp));
+    QVERIFY(waitUntil([&] { return m_service->collectionRequests(workId) == warmUps + 1; }));
+
+    struct Case {
+        QStringList path; // the entries opened in turn; the last one is lazily filled
+        QString bookmark; // an entry it shows once filled
+        std::function<int()> requests;
+    };
+    const QList<Case> cases = {
+        {{QStringLiteral("🕐 Recent")},
+         QStringLiteral("Pancakes"),
+         [this] {
+             return m_service->recentRequests();
+         }},
+        {{QStringLiteral("Work")},
+         QStringLiteral("Second work item"),
+         [this] {
+             return m_service->collectionRequests(workId);
+         }},
+        {{QStringLiteral("📁 Collections"), QStringLiteral("Recipes  (1)")},
+         QStringLiteral("Pancakes"),
+         [this] {
+             return m_service->collectionRequests(recipesId);
+         }},
+        {{QStringLiteral("🏷 Tags"), QStringLiteral("#later  (1)")},
+         QStringLiteral("Notes page"),
+         [this] {
+             return m_service->tagRequests(QStringLiteral("later"));
+         }},
+    };
+    QStringList failures;
+    for (const Case& c : cases) {
+        const QString name = c.path.join(QStringLiteral(" ▸ "));
+        for (int opening = 1; opening <= 2; ++opening) {
+            const int before = c.requests();
+            if (!openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"))) {
+                failures.append(name + QStringLiteral(": the panel's menu did not open"));
+                break;
+            }
+            bool opened = true;
+            for (qsizetype i = 0; i + 1 < c.path.size() && opened; ++i)
+                opened = openSubmenu(c.path.at(i), c.path.at(i + 1)).has_value();
+            const auto menus = opened ? openSubmenu(c.path.constLast(), c.bookmark) : std::nullopt;
+            screenshot(QStringLiteral("lazy-%1-%2").arg(c.path.constLast().right(6)).arg(opening));
+            if (!menus) {
+                failures.append(QStringLiteral("%1, opening %2: its bookmarks did not show (%3)")
+                                    .arg(name)
+                                    .arg(opening)
+                                    .arg(describe(openMenus())));
+                closeMenus();
+                continue;
+            }
+            // In place: the menu it belongs to is still open, and it is on the screen.
+            const ScreenReader::Entry* shown = entryOf(*menus, readAs(c.bookmark));
+            if (!QRect(QPoint(0, 0), m_session->screen()).contains(shown->rect))
+                failures.append(QStringLiteral("%1: its bookmarks are off the screen at %2,%3")
+                                    .arg(name)
+                                    .arg(shown->rect.x())
+                                    .arg(shown->rect.y()));
+            if (!entryOf(*menus, QStringLiteral("Quit Quillmar")))
+                failures.append(name + QStringLiteral(": the menu closed"));
+            const int sent = c.requests() - before;
+            if (sent != (opening == 1 ? 1 : 0))
+                failures.append(
+                    QStringLiteral("%1, opening %2: %3 requests").arg(name).arg(opening).arg(sent));
+            closeMenus();
+        }
+    }
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
+}
+
+// 4. "📋 Add Clipboard URL" follows the clipboard each time a menu opens, the panel's and
+// Quillmar's own.
+void ShellTest::clipboardItemFollowsClipboard() {
+    QVERIFY(runQuillmar(Account::SetUp));
+    const QList<QPair<QString, bool>> clipboards = {
+        {QStringLiteral("just some words"), false},
+        {QStringLiteral("see https://example.org/page, thanks"), true},
+        {QStringLiteral("ftp://example.org/file"), false},
+    };
+    QStringList failures;
+    const auto state = [](const QString& text, bool enabled) {
+        return QStringLiteral("with \"%1\" on the clipboard the entry is %2")
+            .arg(text, enabled ? QStringLiteral("enabled") : QStringLiteral("disabled"));
+    };
+    // The clipboard's change may reach Quillmar a moment after a menu opened: the entry then
+    // follows while the menu is open.
+    const auto shows = [](const QList<ScreenReader::Menu>& menus, const QString& label,
+                          bool enabled) {
+        const ScreenReader::Entry* entry = entryOf(menus, label);
+        return entry && entry->enabled == enabled;
+    };
+    // Quillmar's own menu first: the panel's menu, just closed, can keep it from opening (a
+    // case of its own under point 6).
+    for (const auto& [text, enabled] : clipboards) {
+        QVERIFY(copyFromOutside(text));
+        QVERIFY(showMenuOverBus());
+        const bool ownFollows =
+            waitForMenus(
+                [&](const QList<ScreenReader::Menu>& menus) {
+                    return shows(menus, QStringLiteral("📋 Add Clipboard URL"), enabled);
+                },
+                true)
+                .has_value();
+        screenshot(QStringLiteral("clipboard-own-%1")
+                       .arg(enabled ? QStringLiteral("url") : QStringLiteral("text")));
+        if (!ownFollows)
+            failures.append(QStringLiteral("own menu: ") + state(text, !enabled));
+        closeMenus(true);
+    }
+    for (const auto& [text, enabled] : clipboards) {
+        QVERIFY(copyFromOutside(text));
+        QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+        const bool panelFollows =
+            waitForMenus([&](const QList<ScreenReader::Menu>& menus) {
+                return shows(menus, readAs(QStringLiteral("📋 Add Clipboard URL")), enabled);
+            }).has_value();
+        screenshot(QStringLiteral("clipboard-panel-%1")
+                       .arg(enabled ? QStringLiteral("url") : QStringLiteral("text")));
+        if (!panelFollows)
+            failures.append(QStringLiteral("panel's menu: ") + state(text, !enabled));
+        closeMenus();
+    }
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
+}
+
+// 5. A refresh falling due while a menu is open leaves it open and as it is; it runs once the
+// menu has closed, and entries that did not change keep their ids.
+void ShellTest::refreshWaitsForOpenMenuToClose() {
+    // The refresh interval is given to Quillmar: the test knows when the refresh falls due.
+    constexpr auto interval = 25s;
+    QVERIFY(runQuillmar(Account::SetUp,
+                        {QStringLiteral("--refresh-seconds"), QString::number(interval.count())}));
+    // The refresh timer started with the load, before the menu was complete.
+    QElapsedTimer loaded;
+    loaded.start();
+    int loads = m_service->favouritesRequests();
+    const auto item = registeredItem();
+    QVERIFY(item);
+    TestStatusNotifierHost host(m_session->busAddress());
+    QVERIFY(host.attach(item->first, item->second));
+    const auto idsOf = [&host] {
+        QHash<QString, int> ids;
+        if (const auto layout = host.layout(0, 1))
+            for (const auto& child : layout->children)
+                if (!child.isSeparator())
+                    ids.insert(child.shownLabel(), child.id);
+        return ids;
+    };
+    const QHash<QString, int> idsBefore = idsOf();
+
+    // Holds a menu open past the moment the refresh falls due; then closes it and waits for
+    // the refresh it held back. What is wrong is returned.
+    const auto holdOpenPastRefresh = [&](bool own, const QStringList& labels) -> QString {
+        const QString which =
+            own ? QStringLiteral("Quillmar's own menu") : QStringLiteral("the panel's menu");
+        if (m_service->favouritesRequests() != loads)
+            return QStringLiteral("the refresh fell due before ") + which +
+                   QStringLiteral(" had opened, %1 ms after the load").arg(loaded.elapsed());
+        const qsizetype layoutUpdates = host.layoutUpdates().size();
+        if (!own && !announcesMenuClosing()) {
+            // Quillmar cannot know that the panel's menu is open: the refresh runs when it
+            // falls due, and the open menu is updated in place.
+            if (!waitUntil([&] { return m_service->favouritesRequests() > loads; }, interval * 2))
+                return QStringLiteral("the refresh did not run");
+            loaded.start();
+            loads = m_service->favouritesRequests();
+            const bool updated = host.waitForLayoutUpdate(layoutUpdates, 15000);
+            screenshot(QStringLiteral("refresh-in-place"));
+            if (!updated)
+                return QStringLiteral("the refresh was not exported");
+            if (!m_session->endedPrograms().isEmpty())
+                return QStringLiteral("ended during the refresh: ") +
+                       m_session->endedPrograms().join(u' ');
+            if (openMenus().isEmpty())
+                return QStringLiteral("the refresh closed ") + which;
+            closeMenus();
+            return {};
+        }
+        // A timer of this length fires within 5 % of it; Quillmar's event loop has handled
+        // it once it has answered a call made after that.
+        const qint64 due = std::chrono::milliseconds(interval).count() * 105 / 100;
+        waitUntil([&] { return loaded.elapsed() > due; }, interval * 2);
+        for (int call = 0; call < 2; ++call)
+            host.itemProperty(QStringLiteral("Id"));
+        screenshot(QStringLiteral("refresh-due-") +
+                   (own ? QStringLiteral("own") : QStringLiteral("panel")));
+        if (!m_session->endedPrograms().isEmpty())
+            return QStringLiteral("ended while the refresh was due: ") +
+                   m_session->endedPrograms().join(u' ');
+        if (m_service->favouritesRequests() != loads)
+            return which + QStringLiteral(" was open, and the refresh ran all the same");
+        if (host.layoutUpdates().size() != layoutUpdates)
+            return which + QStringLiteral(" was open, and the exported menu changed");
+        const auto during = openMenus(own);
+        if (during.isEmpty())
+            return QStringLiteral("the refresh closed ") + which;
+        if (during.constFirst().labels() != labels)
+            return QStringLiteral("the refresh changed ") + which;
+        closeMenus(own);
+        // The held-back refresh runs as the menu closes; its timer starts again.
+        if (!waitUntil([&] { return m_service->favouritesRequests() > loads; }, 10s))
+            return QStringLiteral("the refresh did not run once ") + which +
+                   QStringLiteral(" had closed");
+        loaded.start();
+        loads = m_service->favouritesRequests();
+        return {};
+    };
+
+    const auto before = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
+    QVERIFY(before);
+    m_service->addBookmark({201,
+                            QStringLiteral("Fresh favourite"),
+                            m_pages.baseUrl() + QStringLiteral("/fresh"),
+                            readingId,
+                            true,
+                            {}});
+    QString problem = holdOpenPastRefresh(false, before->labels());
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    QVERIFY2(waitUntil([&] { return idsOf().contains(QStringLiteral("Fresh favourite")); }),
+             "the refreshed menu was not exported");
+
+    // Quillmar's own menu, too, opened at once so that it is open before the next refresh.
+    const auto own = openOwnMenu();
+    QVERIFY2(own, "Quillmar's own menu did not open");
+    QVERIFY2(menuWith(*own, QStringLiteral("Fresh favourite")),
+             "the refresh did not show in Quillmar's own menu");
+    m_service->addBookmark({202,
+                            QStringLiteral("Second fresh favourite"),
+                            m_pages.baseUrl() + QStringLiteral("/fresher"),
+                            readingId,
+                            true,
+                            {}});
+    problem = holdOpenPastRefresh(true, menuWith(*own, QStringLiteral("Quit Quillmar"))->labels());
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    QVERIFY(waitUntil([&] { return idsOf().contains(QStringLiteral("Second fresh favourite")); }));
+    QVERIFY(showMenuOverBus());
+    QVERIFY2(waitForMenus(
+                 [](const QList<ScreenReader::Menu>& menus) {
+                     return menuWith(menus, QStringLiteral("Second fresh favourite"));
+                 },
+                 true),
+             "the refresh did not show in Quillmar's own menu once it had closed");
+    closeMenus(true);
+
+    const auto after = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
+    QVERIFY(after);
+    QVERIFY2(after->find(readAs(QStringLiteral("Fresh favourite"))),
+             "the refresh did not show in the panel's menu once it had closed");
+    closeMenus();
+    const QHash<QString, int> idsAfter = idsOf();
+    QStringList renumbered;
+    for (auto it = idsBefore.cbegin(); it != idsBefore.cend(); ++it)
+        if (idsAfter.value(it.key()) != it.value())
+            renumbered.append(it.key());
+    QVERIFY2(renumbered.isEmpty(),
+             qPrintable(QStringLiteral("entries that did not change have new ids: ") +
+                        renumbered.join(QStringLiteral(", "))));
+}
+
+QString ShellTest::menuWindowProblem(const QString& how, QSize menu) {
+    const QList<Window> windows = ownWindows();
+    closeMenus(true);
+    closeMenus();
+    // The menu's window: not the settings window, nor a window of a moment for the clipboard.
+    const auto window = std::find_if(windows.cbegin(), windows.cend(), [](const Window& window) {
+        return window.title != QStringLiteral("Quillmar Settings") && window.rect.width() > 1;
+    });
+    if (window == windows.cend())
+        return how + QStringLiteral(": the compositor has no window of the menu");
+    if (!window->floating)
+        return how + QStringLiteral(": the menu's window is tiled");
+    if (window->rect.size() != menu)
+        return QStringLiteral("%1: the menu's window is %2x%3, the menu %4x%5")
+            .arg(how)
+            .arg(window->rect.width())
+            .arg(window->rect.height())
+            .arg(menu.width())
+            .arg(menu.height());
+    if (!window->focused)
+        return how + QStringLiteral(": the menu's window does not have the keyboard");
+    return {};
+}
+
+bool ShellTest::showMenuOverBus() {
+    return ChildProcess::run({QStringLiteral("dbus-send"), QStringLiteral("--session"),
+                              QStringLiteral("--print-reply"),
+                              QStringLiteral("--dest=app.quillmar.Quillmar"),
+                              QStringLiteral("/app/quillmar/Quillmar"),
+                              QStringLiteral("app.quillmar.Quillmar.ShowMenu")})
+               .exitCode == 0;
+}
+
+// 6. The shell's activation gesture, the hot key, ShowMenu and a second start show Quillmar's
+// own menu, at the icon or at the pointer; on Wayland, where the compositor places windows, as
+// a small floating window with the keyboard.
+void ShellTest::ownMenuOpensAtIconOrPointer() {
+    QVERIFY(runQuillmar(Account::SetUp));
+    const auto icon = m_icon;
+    QVERIFY(icon);
+    const QPoint elsewhere(m_session->screen().width() / 2, m_session->screen().height() / 2);
+    const auto ownMenuNear = [&](const QString& how, QPoint pointer) -> QString {
+        const auto menus = waitForMenus(
+            [](const QList<ScreenReader::Menu>& menus) {
+                return menuWith(menus, QStringLiteral("Quit Quillmar"));
+            },
+            true);
+        screenshot(QStringLiteral("own-menu-") + how.section(u' ', 0, 0));
+        if (!menus)
+            return how + QStringLiteral(": Quillmar's own menu did not open (panel: ") +
+                   describe(openMenus()) + u')';
+        const QRect rect = menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect;
+        if (m_session->isWayland())
+            return menuWindowProblem(how, rect.size());
+        closeMenus(true);
+        closeMenus();
+        // The menu covers or touches the icon or the pointer.
+        const QRect reach = rect.adjusted(-48, -48, 48, 48);
+        if (reach.intersects(*icon) || reach.contains(pointer))
+            return {};
+        return QStringLiteral("%1: the menu opened at %2,%3 %4x%5, away from the icon and pointer")
+            .arg(how)
+            .arg(rect.x())
+            .arg(rect.y())
+            .arg(rect.width())
+            .arg(rect.height());
+    };
+    QStringList failures;
+    activate(*icon);
+    failures.append(ownMenuNear(QStringLiteral("activation"), icon->center()));
+    input().moveTo(elsewhere);
+    input().pressKeys(QStringLiteral("ctrl+alt+r"));
+    failures.append(ownMenuNear(QStringLiteral("hot key"), elsewhere));
+    QVERIFY(showMenuOverBus());
+    failures.append(ownMenuNear(QStringLiteral("ShowMenu"), elsewhere));
+    const QuillmarProcess::Addresses addresses{m_service->apiBase(), m_pages.baseUrl(),
+                                               m_manifest.baseUrl()};
+    QCOMPARE(m_quillmar->startSecondInstance(addresses), 0);
+    failures.append(ownMenuNear(QStringLiteral("second start"), elsewhere));
+    // Right after the panel's menu closed, as when a person dismisses one and presses the key.
+    QVERIFY(openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL")));
+    closeMenus();
+    input().moveTo(elsewhere);
+    input().pressKeys(QStringLiteral("ctrl+alt+r"));
+    failures.append(ownMenuNear(QStringLiteral("hot key after the panel's menu"), elsewhere));
+    failures.removeAll(QString());
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
+}
+
+std::optional<QList<ScreenReader::Menu>> ShellTest::openOwnMenu() {
+    if (!showMenuOverBus())
+        return std::nullopt;
+    return waitForMenus(
+        [](const QList<ScreenReader::Menu>& menus) {
+            return menuWith(menus, QStringLiteral("Quit Quillmar"));
+        },
+        true);
+}
+
+std::optional<QList<ScreenReader::Menu>> ShellTest::hoverOwn(const QString& label,
+                                                             const QString& expected) {
+    // A window that has just appeared can miss the first motions over it (Qt 6.4 on
+    // Wayland): the hand moves again, a little aside, until the submenu shows.
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        const QList<ScreenReader::Menu> menus = openMenus(true);
+        const ScreenReader::Entry* entry = entryOf(menus, label);
+        if (!entry)
+            return std::nullopt;
+        input().moveTo(entry->rect.center() + QPoint(8 * attempt, 0));
+        const auto shown = waitForMenus(
+            [&](const QList<ScreenReader::Menu>& shown) { return entryOf(shown, expected); }, true,
+            5s);
+        if (shown)
+            return shown;
+    }
+    return std::nullopt;
+}
+
+// 6. Quillmar's own menu is a menu: the keys go to it (Escape closes it), a click outside
+// closes it, its submenus open when the pointer rests on their entries, a choice does its work
+// and closes it, and no window of it stays behind.
+void ShellTest::ownMenuBehavesAsAMenu() {
+    QVERIFY(runQuillmar(Account::SetUp));
+    QStringList failures;
+    const auto closed = [&](const QString& how) {
+        const bool gone = waitUntil([this] { return openMenus(true).isEmpty(); }, 10s);
+        screenshot(QStringLiteral("own-menu-closed-by-") + how.section(u' ', 0, 0));
+        if (!gone)
+            failures.append(how + QStringLiteral(" left Quillmar's own menu open"));
+        // On Wayland its window goes with it.
+        else if (!waitUntil(
+                     [this] {
+                         const QList<Window> windows = ownWindows();
+                         return std::none_of(windows.cbegin(), windows.cend(), [](const auto& w) {
+                             return w.title != QStringLiteral("Quillmar Settings");
+                         });
+                     },
+                     10s))
+            failures.append(how + QStringLiteral(" left the menu's window on the screen"));
+    };
+
+    QVERIFY2(openOwnMenu(), "Quillmar's own menu did not open");
+    input().pressKeys(QStringLiteral("Escape"));
+    closed(QStringLiteral("Escape"));
+
+    const auto menus = openOwnMenu();
+    QVERIFY2(menus, "Quillmar's own menu did not open");
+    // A spot on the desktop, on the other side of the screen from the menu.
+    const QRect menu = menuWith(*menus, QStringLiteral("Quit Quillmar"))->rect;
+    const QSize screen = m_session->screen();
+    const QPoint outside(menu.center().x() < screen.width() / 2 ? screen.width() * 3 / 4
+                                                                : screen.width() / 4,
+                         screen.height() / 2);
+    input().click(outside);
+    closed(QStringLiteral("a click outside"));
+
+    // Submenus opened by the pointer alone, a lazily filled one among them, then a choice.
+    QVERIFY(copyFromOutside(QStringLiteral("nothing yet")));
+    QVERIFY2(openOwnMenu(), "Quillmar's own menu did not open");
+    auto path = hoverOwn(QStringLiteral("📁 Collections"), QStringLiteral("Recipes  (1)"));
+    if (path)
+        path = hoverOwn(QStringLiteral("Recipes  (1)"), QStringLiteral("Pancakes"));
+    if (path)
+        path = hoverOwn(QStringLiteral("Pancakes"), QStringLiteral("⎘ Copy URL"));
+    screenshot(QStringLiteral("own-submenus-by-hover"));
+    QVERIFY2(path, qPrintable(QStringLiteral("submenus did not open on the pointer resting on "
+                                             "their entries: ") +
+                              describe(openMenus(true))));
+    QVERIFY(choose(QStringLiteral("⎘ Copy URL"), true));
+    closed(QStringLiteral("a choice"));
+    const QString link = m_pages.baseUrl() + QStringLiteral("/pancakes");
+    if (!waitUntil([&] { return clipboard() == link; }))
+        failures.append(QStringLiteral("\"⎘ Copy URL\" in the own menu left the clipboard at "
+                                       "\"%1\"")
+                            .arg(clipboard()));
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
+}
+
+// 7. Every call a panel may make answers without an error, over the real bus; changes of
+// known entries are announced.
+void ShellTest::itemAnswersEveryCallOfTheProtocol() {
+    QVERIFY(runQuillmar(Account::SetUp));
+    const auto item = registeredItem();
+    QVERIFY(item);
+    TestStatusNotifierHost host(m_session->busAddress());
+    QVERIFY(host.attach(item->first, item->second));
+    QStringList failures;
+    const QStringList properties = {QStringLiteral("Category"),
+                                    QStringLiteral("Id"),
+                                    QStringLiteral("Title"),
+                                    QStringLiteral("Status"),
+                                    QStringLiteral("WindowId"),
+                                    QStringLiteral("IconThemePath"),
+                                    QStringLiteral("Menu"),
+                                    QStringLiteral("ItemIsMenu"),
+                                    QStringLiteral("IconName"),
+                                    QStringLiteral("IconPixmap"),
+                                    QStringLiteral("OverlayIconName"),
+                                    QStringLiteral("OverlayIconPixmap"),
+                                    QStringLiteral("AttentionIconName"),
+                                    QStringLiteral("AttentionIconPixmap"),
+                                    QStringLiteral("AttentionMovieName"),
+                                    QStringLiteral("ToolTip")};
+    for (const QString& property : properties)
+        if (!host.itemProperty(property).isValid())
+            failures.append(QStringLiteral("property %1 cannot be read").arg(property));
+    const QString itemInterface = QStringLiteral("org.kde.StatusNotifierItem");
+    const auto callItem = [&](const QString& method, const QVariantList& arguments) {
+        const QDBusMessage reply = host.call(item->second, itemInterface, method, arguments);
+        if (reply.type() == QDBusMessage::ErrorMessage)
+            failures.append(QStringLiteral("%1: %2").arg(method, reply.errorMessage()));
+    };
+    callItem(QStringLiteral("SecondaryActivate"), {0, 0});
+    // That opens Quillmar's own menu, whose grab would take the real clicks below.
+    if (waitForMenus(
+            [](const QList<ScreenReader::Menu>& menus) {
+                return menuWith(menus, QStringLiteral("Quit Quillmar"));
+            },
+            true))
+        closeMenus(true);
+    else
+        failures.append(QStringLiteral("SecondaryActivate did not open Quillmar's own menu"));
+    callItem(QStringLiteral("Scroll"), {1, QStringLiteral("vertical")});
+    callItem(QStringLiteral("ProvideXdgActivationToken"), {QStringLiteral("test-token")});
+
+    const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
+    const auto callMenu = [&](const QString& method, const QVariantList& arguments) {
+        const QDBusMessage reply = host.call(host.menuPath(), menuInterface, method, arguments);
+        if (reply.type() == QDBusMessage::ErrorMessage)
+            failures.append(QStringLiteral("%1: %2").arg(method, reply.errorMessage()));
+        return reply;
+    };
+    const QDBusMessage group = callMenu(QStringLiteral("GetGroupProperties"),
+                                        {QVariant::fromValue(QList<int>{0}), QStringList()});
+    if (group.type() == QDBusMessage::ReplyMessage) {
+        const QDBusArgument items = group.arguments().constFirst().value<QDBusArgument>();
+        bool hasRoot = false;
+        items.beginArray();
+        while (!items.atEnd()) {
+            int id = -1;
+            QVariantMap values;
+            items.beginStructure();
+            items >> id >> values;
+            items.endStructure();
+            hasRoot = hasRoot || id == 0;
+        }
+        items.endArray();
+        if (!hasRoot)
+            failures.append(QStringLiteral("GetGroupProperties leaves out id 0"));
+    }
+    const auto layout = host.layout(0, 1);
+    if (!layout || layout->id != 0)
+        failures.append(QStringLiteral("GetLayout of id 0 failed"));
+    // EventGroup and AboutToShowGroup as libdbusmenu sends them.
+    const auto gdbus = [&](const QString& method, const QString& arguments) {
+        const auto result = ChildProcess::run(
+            {QStringLiteral("gdbus"), QStringLiteral("call"), QStringLiteral("--session"),
+             QStringLiteral("--dest"), item->first, QStringLiteral("--object-path"),
+             host.menuPath(), QStringLiteral("--method"), menuInterface + u'.' + method,
+             arguments});
+        if (result.exitCode != 0)
+            failures.append(QStringLiteral("%1 failed over the bus").arg(method));
+    };
+    const int settings = layout ? [&] {
+        for (const auto& child : layout->children)
+            if (child.shownLabel() == QStringLiteral("Settings…"))
+                return child.id;
+        return -1;
+    }() : -1;
+    gdbus(QStringLiteral("EventGroup"),
+          QStringLiteral("[(%1, 'hovered', <0>, uint32 0)]").arg(settings));
+    gdbus(QStringLiteral("AboutToShowGroup"), QStringLiteral("[0]"));
+
+    // A change of a known entry is announced as such: the clipboard entry follows the clipboard
+    // when the menu is about to show.
+    // As a panel opens its menu, which stays open while the clipboard changes.
+    QVERIFY(copyFromOutside(QStringLiteral("no address here")));
+    host.event(0, QStringLiteral("opened"));
+    host.aboutToShow(0);
+    const int updates = host.propertyUpdates();
+    QVERIFY(copyFromOutside(QStringLiteral("https://example.org/announced")));
+    if (!waitUntil([&] { return host.propertyUpdates() > updates; }, 5s))
+        failures.append(QStringLiteral("an entry's new enabled state was not announced with "
+                                       "ItemsPropertiesUpdated"));
+    host.event(0, QStringLiteral("closed"));
+
+    // Real input the item's panel turns into these calls: a middle click, the wheel. The bus
+    // shows each call and its answer.
+    const auto icon = m_icon;
+    QVERIFY(icon);
+    BusMonitor monitor;
+    QVERIFY(monitor.start(itemInterface, m_session->logFile(QStringLiteral("bus-monitor"))));
+    const qint64 logSize = shellLogSize();
+    const auto answered = [&](const QString& member, const QString& gesture) {
+        const auto answer = monitor.waitForAnswer(member, 15s);
+        if (!answer)
+            failures.append(QStringLiteral("%1 sent no %2 that was answered").arg(gesture, member));
+        else if (!answer->error.isEmpty())
+            failures.append(
+                QStringLiteral("%1: %2 answered %3").arg(gesture, member, answer->error));
+    };
+    input().click(icon->center(), 2);
+    answered(QStringLiteral("SecondaryActivate"), QStringLiteral("a middle click"));
+    // The middle click opens Quillmar's own menu, which would take the wheel.
+    if (!waitForMenus(
+            [](const QList<ScreenReader::Menu>& menus) {
+                return menuWith(menus, QStringLiteral("Quit Quillmar"));
+            },
+            true))
+        failures.append(QStringLiteral("a middle click did not open Quillmar's own menu"));
+    closeMenus(true);
+    input().scroll(icon->center(), false);
+    answered(QStringLiteral("Scroll"), QStringLiteral("the wheel"));
+    monitor.stop();
+    closeMenus();
+    // Nor did the shell complain of anything Quillmar sent meanwhile.
+    static const QRegularExpression complaint(
+        QStringLiteral("No such method|UnknownMethod|not supported|Unable to replace"),
+        QRegularExpression::CaseInsensitiveOption);
+    for (const QString& line : shellLogSince(logSize).split(u'\n'))
+        if (complaint.match(line).hasMatch())
+            failures.append(QStringLiteral("the shell logged: ") + line.trimmed());
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QStringLiteral("\n"))));
+}
+
+// 8. A menu taller than the screen keeps every entry, "Quit Quillmar" included, within reach.
+void ShellTest::tallMenuKeepsEveryItemReachable() {
+    for (int i = 1; i <= 36; ++i)
+        m_service->addBookmark(
+            {300 + i,
+             QStringLiteral("Favourite number %1").arg(i, 2, 10, QLatin1Char('0')),
+             m_pages.baseUrl() + QStringLiteral("/favourite/%1").arg(i),
+             readingId,
+             true,
+             {}});
+    QVERIFY(runQuillmar(Account::Tall));
+    const auto menu = openPanelMenuShowing(QStringLiteral("📋 Add Clipboard URL"));
+    QVERIFY(menu);
+    QVERIFY2(menu->rect.height() >= m_session->screen().height() - 64 ||
+                 !menu->find(QStringLiteral("Quit Quillmar")),
+             "the menu is not taller than the screen");
+    screenshot(QStringLiteral("tall-menu"));
+    const QRect screen(QPoint(0, 0), m_session->screen());
+    const auto quitShown = [&] {
+        const auto menus = openMenus();
+        const ScreenReader::Entry* quit = entryOf(menus, QStringLiteral("Quit Quillmar"));
+        return quit && screen.contains(quit->rect) ? std::optional<QRect>(quit->rect)
+                                                   : std::nullopt;
+    };
+    // What the shell offers to reach the end of a long menu: the End key, the wheel, or the
+    // scroll arrow at its bottom edge.
+    std::optional<QRect> quit = quitShown();
+    if (!quit) {
+        input().moveTo(menu->rect.center());
+        input().pressKeys(QStringLiteral("End"));
+        quit = quitShown();
+    }
+    if (!quit) {
+        input().scroll(menu->rect.center(), false, 40);
+        quit = quitShown();
+    }
+    if (!quit) {
+        input().moveTo(QPoint(menu->rect.center().x(), screen.bottom() - 2));
+        waitUntil([&] { return (quit = quitShown()).has_value(); }, 8s);
+    }
+    screenshot(QStringLiteral("tall-menu-end"));
+    QVERIFY2(quit, "\"Quit Quillmar\" cannot be reached in the panel's menu");
+    input().click(quit->center());
+    QVERIFY2(m_quillmar->waitForExit(15s), "choosing \"Quit Quillmar\" did not end Quillmar");
+}
+
+// 9. Started before any panel, as at login, Quillmar prints nothing either, and its icon goes to
+// the panel once one comes.
+void ShellTest::quietWhenStartedBeforeThePanel() {
+    if (!m_session->isWayland())
+        QSKIP("on X11 the icon starts in the XEmbed tray "
+              "(tests/app/tst_x11_StatusNotifierLatePanel)");
+    // A session bus with no panel on it yet, on the same screen; this Quillmar is alone there.
+    PrivateSessionBus lateBus;
+    QVERIFY(lateBus.start(m_session->logFile(QStringLiteral("late-panel-bus"))));
+    const QByteArray sessionBus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", lateBus.address().toUtf8());
+    // A desktop's bus has the accessibility bus, this one not: GTK's bridge, which Qt's GTK
+    // theme loads on GNOME, would complain of its absence.
+    qputenv("NO_AT_BRIDGE", "1");
+    QuillmarProcess early(QStringLiteral(QUILLMAR_UNDER_TEST),
+                          m_session->folder() + QStringLiteral("/quillmar-before-panel"));
+    const bool started =
+        early.start({m_service->apiBase(), m_pages.baseUrl(),
+                     m_manifest.baseUrl() + QStringLiteral("/apps/quillmar/latest.json")});
+    qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus);
+    qunsetenv("NO_AT_BRIDGE");
+    QVERIFY(started);
+    QDBusConnection late =
+        QDBusConnection::connectToBus(lateBus.address(), QStringLiteral("late-panel-test"));
+    const auto disconnect =
+        qScopeGuard([] { QDBusConnection::disconnectFromBus(QStringLiteral("late-panel-test")); });
+    QVERIFY2(
+        waitUntil([&] {
+            return late.interface()->isServiceRegistered(SingleInstance::serviceName()).value();
+        }),
+        "Quillmar did not start without a panel");
+    TestStatusNotifierWatcher panel(lateBus.address());
+    QVERIFY(panel.start());
+    QVERIFY2(panel.waitForItem(20000), "Quillmar's icon did not go to the panel that came later");
+    early.stop();
+    QVERIFY2(early.output().isEmpty(), qPrintable(early.output()));
+}
+
+// 9. Quillmar printed nothing in all of the above, quitting included.
+void ShellTest::nothingOnStandardError() {
+    m_quillmar->stop();
+    QVERIFY2(m_quillmar->output().isEmpty(), qPrintable(m_quillmar->output()));
+}

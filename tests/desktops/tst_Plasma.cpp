@@ -1,0 +1,63 @@
+// Quillmar in KDE Plasma 5.27: its StatusNotifierItem in the system tray of Plasma's panel, the
+// menu drawn by Plasma's menu importer, with the KWin window manager, on a virtual screen driven
+// by real input.
+
+#include "ShellTest.h"
+
+#include <QtTest>
+
+using namespace std::chrono_literals;
+
+class tst_Plasma : public ShellTest {
+    Q_OBJECT
+
+protected:
+    QString name() const override { return QStringLiteral("plasma"); }
+    DesktopSession::Options sessionOptions() const override {
+        return {.variables = {// kded loads its StatusNotifierWatcher only in a KDE session.
+                              QStringLiteral("KDE_FULL_SESSION=true"),
+                              QStringLiteral("KDE_SESSION_VERSION=5"),
+                              QStringLiteral("XDG_CURRENT_DESKTOP=KDE"),
+                              QStringLiteral("DESKTOP_SESSION=plasma"),
+                              // No GPU on the virtual screen.
+                              QStringLiteral("LIBGL_ALWAYS_SOFTWARE=1"),
+                              QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1")}};
+    }
+    QStringList panelApplications() const override { return {QStringLiteral("plasmashell")}; }
+    QString shellLog() const override { return m_log; }
+
+    bool startShell(DesktopSession& session) override {
+        m_log = session.logFile(QStringLiteral("plasmashell"));
+        return session.startProgram(QStringLiteral("kwin_x11"),
+                                    {QStringLiteral("kwin_x11"), QStringLiteral("--replace")}) &&
+               waitForName(QStringLiteral("org.kde.KWin"), 60s) &&
+               session.startProgram(QStringLiteral("kded5"), {QStringLiteral("kded5")}) &&
+               waitForName(QStringLiteral("org.kde.StatusNotifierWatcher"), 60s) &&
+               // plasmashell loads no shell without it; a desktop's bus starts it on demand.
+               session.startProgram(
+                   QStringLiteral("kactivitymanagerd"),
+                   {QStringLiteral("/usr/lib/x86_64-linux-gnu/libexec/kactivitymanagerd")}) &&
+               waitForName(QStringLiteral("org.kde.ActivityManager"), 60s) &&
+               session.startProgram(
+                   QStringLiteral("plasmashell"),
+                   {QStringLiteral("plasmashell"), QStringLiteral("--no-respawn")}) &&
+               waitForTray(120s);
+    }
+
+    std::optional<QRect> trayIcon() override {
+        if (const auto icon = ShellTest::trayIcon())
+            return icon;
+        return iconByDifference(panelHeight);
+    }
+    // The menu importer's menus are Qt 5 popups, which Qt 5 leaves out of its accessible
+    // objects: they are read from the screen.
+    bool readsMenusByOcr() const override { return true; }
+    QRect panelArea() const override { return QRect(0, 768 - panelHeight, 1366, panelHeight); }
+
+private:
+    static constexpr int panelHeight = 44;
+    QString m_log;
+};
+
+QTEST_GUILESS_MAIN(tst_Plasma)
+#include "tst_Plasma.moc"
