@@ -20,10 +20,10 @@ BUILD_PACKAGES := cmake ninja-build gcc g++ pkg-config qt6-base-dev qt6-base-dev
 	qcoro-qt6-dev libqt6svg6 libxcb1-dev libxcb-keysyms1-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola libwayland-dev libwayland-bin
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11 qt6-wayland
-# The real desktop shells that tests/desktops runs Quillmar in, and what reads their screens
-# (the accessibility bus, OCR) and clipboards.
+# The real desktop shells that tests/desktops runs Quillmar in (openbox: LXQt's window manager),
+# and what reads their screens (the accessibility bus, OCR) and clipboards.
 DESKTOP_PACKAGES := gnome-shell gnome-shell-extension-appindicator plasma-workspace \
-	plasma-desktop kwin-x11 xfce4-panel lxqt-panel sway waybar grim wtype qt6-wayland \
+	plasma-desktop kwin-x11 xfce4-panel lxqt-panel openbox sway waybar grim wtype qt6-wayland \
 	wl-clipboard at-spi2-core python3-pyatspi python3-gi python3-dbus tesseract-ocr
 # x11-xkb-utils (setxkbmap): keyboard layouts the recorder is tested under;
 # dbus-daemon and gdbus (libglib2.0-bin): private buses and calls as a desktop makes them;

@@ -95,11 +95,13 @@ private Q_SLOTS:
     void propertyOfMenuItself();
     void idsStayWithReplacingEntries();
     void idsComeBackAfterStandInMenu();
+    void replacedMenuShowsInOrderWherePanelsNeverMoveEntries();
     void replacingEntriesAnnounceChangedFlags();
     void aboutToShowWaitsForMenuBeingFilled();
     void aboutToShowOfSlowMenuAnsweredAtDeadline();
     void aboutToShowGroupWaitsForEveryMenu();
     void openedThenAboutToShowIsOneOpening();
+    void groupedOpeningFillsSubmenusAhead();
     void unreadMenuNeedsUpdateAndAnnouncementFollows();
     void kindsAreToldOnceToPanelsReadingKindsAlone();
     void panelOpenStateFollowsItsEvents();
@@ -548,6 +550,61 @@ void tst_DBusMenuExporter::idsComeBackAfterStandInMenu() {
     QCOMPARE(after.children[2].children[1].id, before.children[2].children[1].id);
 }
 
+namespace {
+
+// How GNOME Shell's AppIndicator extension applies a new layout to the entries it shows: an
+// entry it did not have goes before the one shown at its index, an entry it keeps stays where
+// it is shown, the others are removed.
+QList<int> appliedWithoutMoves(QList<int> shown, const QList<int>& wanted) {
+    for (qsizetype i = 0; i < wanted.size(); ++i)
+        if (!shown.contains(wanted[i]))
+            shown.insert(std::min(i, shown.size()), wanted[i]);
+    shown.removeIf([&wanted](int id) { return !wanted.contains(id); });
+    return shown;
+}
+
+QList<int> childIds(const Node& menu) {
+    QList<int> ids;
+    for (const Node& child : menu.children)
+        ids.append(child.id);
+    return ids;
+}
+
+} // namespace
+
+void tst_DBusMenuExporter::replacedMenuShowsInOrderWherePanelsNeverMoveEntries() {
+    // A refresh: the full menu, "Loading…" in its place, the full menu again.
+    const auto fillFull = [](QMenu& menu) {
+        menu.addAction(u"Add"_s);
+        menu.addAction(u"Web"_s);
+        menu.addSeparator();
+        menu.addAction(u"Favourites"_s)->setEnabled(false);
+        menu.addSeparator();
+        menu.addAction(u"Settings"_s);
+        menu.addAction(u"Quit"_s);
+    };
+    QMenu full;
+    fillFull(full);
+    QMenu loading;
+    loading.addAction(u"Loading…"_s)->setEnabled(false);
+    loading.addSeparator();
+    loading.addAction(u"Quit"_s);
+    QMenu again;
+    fillFull(again);
+    Published published(m_bus->address(), &loading);
+    Node shown = published.layout();
+    QList<Node> layouts;
+    for (QMenu* next : {&full, &loading, &again}) {
+        published.exporter.setMenu(next);
+        const Node layout = published.layout();
+        QCOMPARE(appliedWithoutMoves(childIds(shown), childIds(layout)), childIds(layout));
+        layouts.append(layout);
+        shown = layout;
+    }
+    // Entries that did not change keep their ids all the same.
+    QCOMPARE(childIds(layouts[2]), childIds(layouts[0]));
+}
+
 void tst_DBusMenuExporter::replacingEntriesAnnounceChangedFlags() {
     QMenu first;
     first.addAction(u"Add"_s)->setEnabled(false);
@@ -650,6 +707,36 @@ void tst_DBusMenuExporter::openedThenAboutToShowIsOneOpening() {
     QVERIFY(published.host().aboutToShow(subId));
     QVERIFY(published.host().aboutToShow(subId));
     QCOMPARE(shown.size(), 4);
+}
+
+void tst_DBusMenuExporter::groupedOpeningFillsSubmenusAhead() {
+    QMenu menu;
+    QMenu* sub = menu.addMenu(u"Sub"_s);
+    QMenu* inner = sub->addMenu(u"Inner"_s);
+    QMenu* hidden = menu.addMenu(u"Hidden"_s);
+    hidden->menuAction()->setVisible(false);
+    Published published(m_bus->address(), &menu);
+    const int subId = published.layout().children[0].id;
+    QSignalSpy subShown(sub, &QMenu::aboutToShow);
+    QSignalSpy innerShown(inner, &QMenu::aboutToShow);
+    QSignalSpy hiddenShown(hidden, &QMenu::aboutToShow);
+    // libdbusmenu-gtk opens the menu itself: the submenus it shows fill now, theirs not yet.
+    QVERIFY(published.host().aboutToShowGroup({0}));
+    QCOMPARE(subShown.size(), 1);
+    QCOMPARE(innerShown.size(), 0);
+    QCOMPARE(hiddenShown.size(), 0);
+    // Opened while it is still being filled: not asked again. A submenu's own submenus fill as
+    // each opens (a list of collections holds hundreds).
+    sub->setProperty("loading", true);
+    const auto errors = published.host().eventGroup({{subId, u"opened"_s}});
+    QVERIFY(errors && errors->isEmpty());
+    QCOMPARE(subShown.size(), 1);
+    QCOMPARE(innerShown.size(), 0);
+    sub->setProperty("loading", false);
+    QVERIFY(published.host().eventGroup({{subId, u"closed"_s}}));
+    // A panel that opens menus with single calls shows them once answered: nothing ahead.
+    QVERIFY(published.host().aboutToShow(0));
+    QCOMPARE(subShown.size(), 1);
 }
 
 void tst_DBusMenuExporter::unreadMenuNeedsUpdateAndAnnouncementFollows() {

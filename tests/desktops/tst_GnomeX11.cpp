@@ -24,6 +24,14 @@ protected:
     bool showsTooltips() const override { return false; }
     // The extension opens a submenu inside its parent, and closes it on a second click.
     Submenus submenus() const override { return Submenus::Inline; }
+    // The extension turns only smooth scrolling into Scroll calls (indicatorStatusIcon.js,
+    // vfunc_scroll_event). Mutter's X11 backend makes smooth scrolling only of a device's
+    // scroll valuators (meta-seat-x11.c); the X server's XTest pointer has none, its wheel
+    // buttons 4 and 5 become plain up and down scrolling. The calls are checked over the bus.
+    bool wheelScrollsItem() const override { return false; }
+    // The extension's menu neither scrolls nor moves to its end on the End key: a person reaches
+    // the end of a tall menu in Quillmar's own menu, opened by a double click.
+    bool panelMenuReachesEveryEntry() const override { return false; }
     // A single click waits for a second: a double click is the activation.
     void activate(QRect icon) override { input().doubleClick(icon.center()); }
     // The top bar's application menu, left of the clock, is named after the program whose window

@@ -1,5 +1,6 @@
 // Quillmar in the LXQt 1.2 panel: its StatusNotifierItem in the panel's statusnotifier plugin,
-// the menu drawn by the panel (libdbusmenu-qt5), on a virtual screen driven by real input.
+// the menu drawn by the panel (libdbusmenu-qt5), with LXQt's window manager (Openbox), on a
+// virtual screen driven by real input.
 
 #include "ShellTest.h"
 
@@ -55,6 +56,18 @@ protected:
             return false;
         config.write(panelConfiguration);
         config.close();
+        // LXQt's window manager, as its session starts it: without one the panel's Qt 5 takes
+        // its own windows' places wrongly and shows no tooltips.
+        if (!session.startProgram(QStringLiteral("openbox"),
+                                  {QStringLiteral("openbox"), QStringLiteral("--sm-disable")}) ||
+            !waitUntil(
+                [] {
+                    return ChildProcess::run({QStringLiteral("xprop"), QStringLiteral("-root"),
+                                              QStringLiteral("_NET_SUPPORTING_WM_CHECK")})
+                        .output.contains("window id");
+                },
+                20s))
+            return false;
         // The statusnotifier plugin is the StatusNotifierWatcher and its host.
         return session.startProgram(QStringLiteral("lxqt-panel"), {QStringLiteral("lxqt-panel")}) &&
                waitForTray(60s);
@@ -65,7 +78,6 @@ protected:
     // and the menus are found on the screen.
     std::optional<QRect> trayIcon() override { return iconByDifference(panelHeight); }
     bool readsMenusByOcr() const override { return true; }
-    QRect panelArea() const override { return QRect(0, 768 - panelHeight, 1366, panelHeight); }
 
 private:
     static constexpr int panelHeight = 32;

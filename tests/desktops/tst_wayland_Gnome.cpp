@@ -2,6 +2,7 @@
 // its top bar and menus drawn by the extension, on a headless virtual monitor, driven by mutter's
 // remote-desktop input. Quillmar is a Wayland client of GNOME Shell.
 
+#include "ChildProcess.h"
 #include "MutterInput.h"
 #include "ShellTest.h"
 
@@ -102,14 +103,17 @@ protected:
         if (!m_bus->registerService(QStringLiteral("org.gnome.Screenshot")) ||
             !m_bus->registerService(QStringLiteral("org.freedesktop.impl.portal.desktop.gnome")))
             return false;
-        // The shell starts in the overview.
+        // The shell starts in the overview, which its start-up animation shows once the
+        // desktop is drawn: left before that, it would come back.
+        if (!waitUntil([this] { return overviewShown() == true; }, 60s))
+            return false;
         QDBusMessage hide = QDBusMessage::createMethodCall(
             shellService, QStringLiteral("/org/gnome/Shell"),
             QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
         hide.setArguments({shellService, QStringLiteral("OverviewActive"),
                            QVariant::fromValue(QDBusVariant(false))});
         if (m_bus->call(hide).type() != QDBusMessage::ReplyMessage ||
-            !waitUntil([this] { return !overviewShown(); }, 30s))
+            !waitUntil([this] { return overviewShown() == false; }, 30s))
             return false;
         m_input = std::make_unique<MutterInput>(session.busAddress());
         // GNOME's daemon of key bindings, which runs the custom shortcut.
@@ -139,6 +143,35 @@ protected:
         return reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
                reply.arguments().constFirst().toBool();
     }
+
+    // mutter shows the clipboard only to the program with the keyboard focus and offers no
+    // protocol for clipboard tools (wl-copy, wl-paste): a small program of the test's own takes
+    // the focus with a window to copy or read.
+    bool copyFromOutside(const QString& text) override {
+        m_clipboardOwner.stop();
+        if (!m_clipboardOwner.start(
+                {QStringLiteral(QUILLMAR_TEST_CLIPBOARD), QStringLiteral("copy"), text},
+                session().logFile(QStringLiteral("clipboard")), true))
+            return false;
+        // Its window covers the screen and copies once the pointer has moved over it.
+        std::optional<QByteArray> copied;
+        for (int attempt = 0; attempt < 20 && !copied && m_clipboardOwner.isRunning(); ++attempt) {
+            input().moveTo(QPoint(session().screen().width() / 2, session().screen().height() / 2));
+            copied = m_clipboardOwner.readLine(500ms);
+        }
+        return copied && *copied == "copied" &&
+               waitUntil([this, text] { return clipboard() == text; });
+    }
+    QString clipboard() const override {
+        return QString::fromUtf8(
+            ChildProcess::run({QStringLiteral(QUILLMAR_TEST_CLIPBOARD), QStringLiteral("paste")},
+                              15s)
+                .output);
+    }
+    // Quillmar cannot read the clipboard while the shell's menu holds the input.
+    bool panelMenuSeesClipboard() const override { return false; }
+    // The extension's menu neither scrolls nor moves to an entry off the screen.
+    bool panelMenuReachesEveryEntry() const override { return false; }
 
     // Quillmar's windows as the shell lists them (their sizes; not their places).
     QList<Window> ownWindows() const override {
@@ -191,14 +224,16 @@ protected:
     }
 
 private:
-    bool overviewShown() const {
+    // Whether the overview shows; none when the shell does not say.
+    std::optional<bool> overviewShown() const {
         QDBusMessage get = QDBusMessage::createMethodCall(
             shellService, QStringLiteral("/org/gnome/Shell"),
             QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
         get.setArguments({shellService, QStringLiteral("OverviewActive")});
         const QDBusMessage reply = m_bus->call(get);
-        return reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty() ||
-               reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+            return std::nullopt;
+        return reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
     }
 
     // Where the screen differs from the empty desktop, below the top bar.
@@ -226,6 +261,8 @@ private:
 
     std::unique_ptr<QDBusConnection> m_bus;
     std::unique_ptr<MutterInput> m_input;
+    // The program that owns what the test copied.
+    ChildProcess m_clipboardOwner;
     QString m_log;
     // The desktop with no window on it.
     QImage m_desktop;

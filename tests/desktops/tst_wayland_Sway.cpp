@@ -125,6 +125,14 @@ protected:
             input().click(QPoint(session().screen().width() / 4, session().screen().height() / 2));
     }
 
+    // libdbusmenu-gtk, as under Xfce, sends no "opened" or "closed" for the item's own menu.
+    bool announcesMenuClosing() const override { return false; }
+
+    // waybar's menu (GTK 3 on Wayland) taller than the output shows no scroll arrows and moves
+    // for neither the End key nor the wheel, although sway shrinks the popup to the output
+    // (wlroots' xdg_popup_unconstrain_resize): the left click opens Quillmar's own menu.
+    bool panelMenuReachesEveryEntry() const override { return false; }
+
     // waybar's tray buttons have no accessible names: the icon is found on the screen.
     std::optional<QRect> trayIcon() override { return iconByDifference(barHeight); }
 

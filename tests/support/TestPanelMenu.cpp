@@ -131,8 +131,10 @@ void TestPanelMenu::takeLayout(const TestStatusNotifierHost::MenuNode& node, boo
     }
     entry.children.clear();
     entry.read = true;
-    for (const auto& child : node.children) {
+    for (const auto& child : node.children)
         entry.children.append(child.id);
+    // Entries taken in below may move the hash's storage, entry with it.
+    for (const auto& child : node.children) {
         if (recursive) {
             takeLayout(child, true);
         } else {

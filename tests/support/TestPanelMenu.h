@@ -28,7 +28,9 @@ public:
         Plasma,
         // libdbusmenu-glib, under xfce4-panel and waybar: with protocol version 3 it opens menus
         // with AboutToShowGroup and sends events with EventGroup, reads the whole layout, and
-        // the properties of every entry it keeps, the menu itself (id 0) included.
+        // the properties of every entry it keeps, the menu itself (id 0) included. Its GTK
+        // side (libdbusmenu-gtk) shows a submenu at once with what it holds, before any answer,
+        // and GTK on Wayland never grows it.
         LibdbusmenuGlib,
         // libdbusmenu-qt, under lxqt-panel: waits up to 3 s for the answer to AboutToShow before
         // it shows the menu, reads it again when told or when empty (and then ignores the next

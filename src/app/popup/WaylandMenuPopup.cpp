@@ -1,13 +1,19 @@
 #include "app/popup/WaylandMenuPopup.h"
 
+#include "app/popup/ScrollingMenuStyle.h"
 #include "app/wayland/XdgActivation.h"
 
 #include <QApplication>
 #include <QEvent>
 #include <QMenu>
+#include <QScreen>
 #include <QWindow>
 
-WaylandMenuPopup::WaylandMenuPopup() {
+#include <algorithm>
+
+WaylandMenuPopup::WaylandMenuPopup()
+    : m_menuStyle(new ScrollingMenuStyle) {
+    m_menuStyle->setParent(this);
     connect(qApp, &QGuiApplication::focusWindowChanged, this, &WaylandMenuPopup::focusChanged);
     // Every submenu, also those added to the menu later, is seen as it is about to show.
     qApp->installEventFilter(this);
@@ -46,10 +52,16 @@ void WaylandMenuPopup::show(QMenu* menu, QPoint at) {
     if (!menu->windowFlags().testFlag(Qt::FramelessWindowHint))
         menu->setWindowFlag(Qt::FramelessWindowHint);
     // A window whose smallest and largest sizes are equal is a dialog to a tiling compositor,
-    // which floats it; the size is measured anew as the items may have changed.
+    // which floats it; the size is measured anew as the items may have changed. A menu taller
+    // than the screen is given the screen's height, and it scrolls.
+    if (menu->style() != m_menuStyle)
+        menu->setStyle(m_menuStyle);
     menu->setMinimumSize(0, 0);
     menu->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
-    menu->setFixedSize(menu->sizeHint());
+    QSize size = menu->sizeHint();
+    if (const QScreen* screen = menu->screen())
+        size.setHeight(std::min(size.height(), screen->availableGeometry().height()));
+    menu->setFixedSize(size);
     menu->popup(at);
     XdgActivation::activateWhenShown(menu->windowHandle());
 }

@@ -5,6 +5,7 @@
 #include <QPointer>
 
 class QWindow;
+class ScrollingMenuStyle;
 
 // The menu on Wayland. Qt 6.4 makes a menu with no parent window an ordinary top-level window:
 // a compositor tiles it (sway) or centres it and leaves it open when the user clicks elsewhere
@@ -31,4 +32,5 @@ private:
     bool isMenuWindow(const QWindow* window) const;
 
     QPointer<QMenu> m_menu;
+    ScrollingMenuStyle* m_menuStyle;
 };

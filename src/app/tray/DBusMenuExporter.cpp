@@ -206,6 +206,25 @@ void DBusMenuExporter::adoptInto(const QMenu* from, QMenu* to, const QString& pa
     }
     const QList<QAction*> actions = to->actions();
     const QStringList keys = entryKeys(to);
+    // The id each entry would take over from the entry it stands for in the replaced menu.
+    QList<int> taken;
+    for (qsizetype i = 0; i < actions.size(); ++i) {
+        QAction* old = previous.value(path + u'\t' + keys[i]);
+        taken.append(m_ids.value(actions[i], old ? m_ids.value(old, -1) : -1));
+    }
+    // Panels apply a new layout as removals and additions at their places, and some never
+    // move an entry they keep (GNOME Shell's AppIndicator extension): an id is taken over only
+    // where the entries before it, or those after it, are the same as before. Elsewhere the
+    // entry is new to the panel, which removes the old one and adds it at its place.
+    qsizetype same = 0;
+    while (same < taken.size() && same < before.size() && taken[same] == before[same] &&
+           taken[same] >= 0)
+        ++same;
+    qsizetype sameAtEnd = 0;
+    while (sameAtEnd < taken.size() - same && sameAtEnd < before.size() - same &&
+           taken[taken.size() - 1 - sameAtEnd] == before[before.size() - 1 - sameAtEnd] &&
+           taken[taken.size() - 1 - sameAtEnd] >= 0)
+        ++sameAtEnd;
     QList<int> after;
     QList<std::tuple<const QMenu*, QMenu*, QString>> submenus;
     for (qsizetype i = 0; i < actions.size(); ++i) {
@@ -213,6 +232,9 @@ void DBusMenuExporter::adoptInto(const QMenu* from, QMenu* to, const QString& pa
         const QString entryPath = path + u'\t' + keys[i];
         QAction* old = previous.value(entryPath);
         const auto retired = m_retired.constFind(entryPath);
+        const bool inPlace = i < same || i >= actions.size() - sameAtEnd;
+        if (!inPlace)
+            old = nullptr;
         if (m_ids.contains(action)) {
             // Already published (a menu that shares entries).
         } else if (old && m_ids.contains(old)) {
@@ -465,9 +487,12 @@ void DBusMenuExporter::Event(int id, const QString& eventId, const QDBusVariant&
 
 QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList& events) {
     QList<int> idErrors;
-    for (const DBusMenuEvent& event : events)
+    for (const DBusMenuEvent& event : events) {
         if (!handle(event.id, event.eventId))
             idErrors.append(event.id);
+        else if (event.eventId == u"opened"_s)
+            fillSubmenusAhead(event.id);
+    }
     return idErrors;
 }
 
@@ -511,7 +536,30 @@ void DBusMenuExporter::opening(int id, Opening by) {
         return;
     }
     m_unpaired.insert(id, by);
-    Q_EMIT menu->aboutToShow();
+    // A menu being filled is not asked again: the fill under way brings its entries.
+    if (!isLoading(id))
+        Q_EMIT menu->aboutToShow();
+}
+
+void DBusMenuExporter::fillSubmenusAhead(int id) {
+    // libdbusmenu-gtk (xfce4-panel, waybar) shows a submenu the moment it is hovered or clicked,
+    // with what it holds then, and asks for it only afterwards; GTK on Wayland never grows a
+    // popup it already shows. So the submenus of a menu such a panel opened are asked to fill
+    // now, before the pointer can reach them: each fills once, as when opened. Only those of the
+    // item's own menu, a handful: the lists of collections and tags hold hundreds, and filling
+    // them all whenever a list opens would send as many requests at once.
+    if (id != 0)
+        return;
+    const QMenu* menu = menuOf(id);
+    if (!menu)
+        return;
+    const QList<QAction*> actions = menu->actions();
+    for (QAction* action : actions) {
+        QMenu* submenu = action->menu();
+        if (submenu && action->isVisible() &&
+            !submenu->property(loadingProperty.constData()).toBool())
+            Q_EMIT submenu->aboutToShow();
+    }
 }
 
 void DBusMenuExporter::closing(int id) {
@@ -558,6 +606,7 @@ QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int>& ids, QList<int>&
             continue;
         }
         opening(id, Opening::ByCall);
+        fillSubmenusAhead(id);
         pending.ids.append(id);
         loading = loading || isLoading(id);
     }

@@ -165,6 +165,9 @@ private:
     bool handle(int id, const QString& eventId);
     // The panel opens the menu of id, by an event or an about-to-show call.
     void opening(int id, Opening by);
+    // The panel opened the menu of id with a grouped call (libdbusmenu-glib): if it is the
+    // item's own menu, its submenus are asked to fill now.
+    void fillSubmenusAhead(int id);
     void closing(int id);
     // Whether the reader read the entries of the menu of id as they are now.
     bool hasRead(const Reader& reader, int id) const;

@@ -12,14 +12,14 @@ const QString service = QStringLiteral("org.gnome.Mutter.RemoteDesktop");
 // The X key symbols of the key names the tests use.
 quint32 keySymbol(const QString& name) {
     static const QHash<QString, quint32> named = {
-        {QStringLiteral("ctrl"), 0xffe3},     {QStringLiteral("alt"), 0xffe9},
-        {QStringLiteral("shift"), 0xffe1},    {QStringLiteral("super"), 0xffeb},
-        {QStringLiteral("Escape"), 0xff1b},   {QStringLiteral("Return"), 0xff0d},
-        {QStringLiteral("Tab"), 0xff09},      {QStringLiteral("Home"), 0xff50},
-        {QStringLiteral("End"), 0xff57},      {QStringLiteral("Left"), 0xff51},
-        {QStringLiteral("Up"), 0xff52},       {QStringLiteral("Right"), 0xff53},
-        {QStringLiteral("Down"), 0xff54},     {QStringLiteral("Page_Up"), 0xff55},
-        {QStringLiteral("Page_Down"), 0xff56}};
+        {QStringLiteral("ctrl"), 0xffe3},      {QStringLiteral("alt"), 0xffe9},
+        {QStringLiteral("shift"), 0xffe1},     {QStringLiteral("super"), 0xffeb},
+        {QStringLiteral("Escape"), 0xff1b},    {QStringLiteral("Return"), 0xff0d},
+        {QStringLiteral("Tab"), 0xff09},       {QStringLiteral("Home"), 0xff50},
+        {QStringLiteral("End"), 0xff57},       {QStringLiteral("Left"), 0xff51},
+        {QStringLiteral("Up"), 0xff52},        {QStringLiteral("Right"), 0xff53},
+        {QStringLiteral("Down"), 0xff54},      {QStringLiteral("Page_Up"), 0xff55},
+        {QStringLiteral("Page_Down"), 0xff56}, {QStringLiteral("F4"), 0xffc1}};
     if (const auto it = named.constFind(name); it != named.cend())
         return *it;
     // A letter or digit is its own symbol.
@@ -93,7 +93,10 @@ void MutterInput::doubleClick(QPoint at) {
 
 void MutterInput::scroll(QPoint at, bool up, int steps) {
     moveTo(at);
-    notify(QStringLiteral("NotifyPointerAxisDiscrete"), {0u, up ? -steps : steps});
+    // As a wheel's notches come from libinput: smooth deltas of ten a notch, from which mutter
+    // derives the discrete steps (the shell's tray icons act on the smooth ones only).
+    constexpr unsigned sourceWheel = 1 << 1;
+    notify(QStringLiteral("NotifyPointerAxis"), {0.0, (up ? -10.0 : 10.0) * steps, sourceWheel});
 }
 
 void MutterInput::pressKeys(const QString& keys) {

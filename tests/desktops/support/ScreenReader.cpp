@@ -74,7 +74,8 @@ QList<ScreenReader::Menu> ScreenReader::menus() {
         for (const QJsonValue& item : value[QStringLiteral("entries")].toArray())
             menu.entries.append(
                 {item[QStringLiteral("label")].toString(), item[QStringLiteral("role")].toString(),
-                 item[QStringLiteral("enabled")].toBool(), rectOf(item[QStringLiteral("rect")])});
+                 item[QStringLiteral("enabled")].toBool(), rectOf(item[QStringLiteral("rect")]),
+                 rectOf(item[QStringLiteral("view")])});
         menus.append(menu);
     }
     return menus;
@@ -120,7 +121,9 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
         if (columns.size() < 12 || columns.at(0) != QStringLiteral("5"))
             continue;
         const QString word = columns.at(11).trimmed();
-        if (word.isEmpty())
+        // A mark OCR cannot read (an emoji or symbol before a menu label) comes out as one to
+        // three characters read with little confidence; words are read with far more.
+        if (word.isEmpty() || (word.size() <= 3 && columns.at(10).toDouble() < 80))
             continue;
         const QRect box(columns.at(6).toInt() / scale + part.x(),
                         columns.at(7).toInt() / scale + part.y(), columns.at(8).toInt() / scale,

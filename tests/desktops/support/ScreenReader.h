@@ -20,6 +20,11 @@ public:
         QString role;
         bool enabled = false;
         QRect rect;
+        // The part of its menu it shows in: a scrolled part of a menu shows only some entries.
+        QRect view;
+
+        // Whether it shows where a click reaches it, not scrolled away.
+        bool isShown() const { return view.contains(rect.center()); }
 
         bool isSeparator() const { return role == QStringLiteral("separator"); }
     };

@@ -9,6 +9,7 @@
 #include "TestHttpServer.h"
 #include "X11Input.h"
 
+#include <QHash>
 #include <QImage>
 #include <QObject>
 #include <QPair>
@@ -18,6 +19,7 @@
 
 #include <chrono>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -58,6 +60,9 @@ protected:
     // Closes the open menu as a person does when done with it: Escape unless the shell says
     // otherwise (own: Quillmar's own menu, else the panel's).
     virtual void dismissMenu(bool own);
+    // Whether the wheel turned over the icon by the session's input reaches the item as a
+    // Scroll call: a panel may act on smooth scrolling alone, which some input cannot give.
+    virtual bool wheelScrollsItem() const { return true; }
     // Whether the panel shows an item's tooltip (else the icon's accessible name is its text).
     virtual bool showsTooltips() const { return true; }
     // Whether the tooltip's text is light on a dark ground.
@@ -89,17 +94,31 @@ protected:
     // A label as it is read on the screen: as the shell's accessible objects give it, or its
     // letters and digits where menus are read by OCR.
     virtual QString readAs(const QString& label) const;
-    // Whether the shell's menus are read from screenshots (it does not expose them).
+    // Whether the shell's menus are read from the screen, each menu's window by OCR (the shell
+    // does not expose them).
     virtual bool readsMenusByOcr() const { return false; }
-    // The panel's area, left out when menus are read from screenshots.
-    virtual QRect panelArea() const { return {}; }
     // The log of the program that draws the tray.
     virtual QString shellLog() const = 0;
+    // Puts text on the clipboard from an outside program that stays its owner (wl-copy on
+    // Wayland, xclip on X11) unless the shell says otherwise.
+    virtual bool copyFromOutside(const QString& text);
+    // The clipboard's text as an outside program reads it.
+    virtual QString clipboard() const;
+    // Whether Quillmar can read the clipboard while the panel's menu is open: not where only
+    // the program with the keyboard focus may (Wayland without a clipboard protocol), there
+    // "📋 Add Clipboard URL" stays enabled and reads the clipboard when chosen.
+    virtual bool panelMenuSeesClipboard() const { return true; }
+    // Whether the panel's menu lets every entry of a menu taller than the screen be reached
+    // (scrolling, keys); where it does not, the user takes Quillmar's own menu (the
+    // activation gesture), which does.
+    virtual bool panelMenuReachesEveryEntry() const { return true; }
 
     // Where the screen differs from how it was before Quillmar first ran by an icon-sized
     // block, in the panels' strips (panelHeight high) along the top and bottom edges: for
     // shells that do not expose their tray's buttons.
-    std::optional<QRect> iconByDifference(int panelHeight);
+    // Only left of x = leftOf: a clock right of the tray changes every minute.
+    std::optional<QRect> iconByDifference(int panelHeight,
+                                          int leftOf = std::numeric_limits<int>::max());
 
     DesktopSession& session() { return *m_session; }
     ScreenReader& reader() { return m_reader; }
@@ -146,11 +165,19 @@ private:
     // The open menus of the panel (own: of Quillmar itself).
     QList<ScreenReader::Menu> openMenus(bool own = false);
     QList<ScreenReader::Menu> menusByOcr();
+    // A menu's picture as OCR reads it best.
+    static QImage forOcr(const QImage& menu);
     static QString ocrLabel(const QString& label);
     // The open menus once check holds for them; none when it does not in time.
     std::optional<QList<ScreenReader::Menu>>
     waitForMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check,
                  bool own = false, std::chrono::milliseconds timeout = std::chrono::seconds(15));
+    // waitForMenus for the panel's menus, once their entries have stopped moving.
+    std::optional<QList<ScreenReader::Menu>>
+    waitForSettledMenus(const std::function<bool(const QList<ScreenReader::Menu>&)>& check);
+    // The open menus once the entry label shows in them, scrolled to where its menu scrolls;
+    // none when it is not there.
+    std::optional<QList<ScreenReader::Menu>> shownEntry(const QString& label, bool own = false);
     // Opens the panel's menu; the menu once it shows firstLabel at its top.
     std::optional<ScreenReader::Menu> openPanelMenuShowing(const QString& firstLabel);
     QStringList readAs(QStringList labels) const;
@@ -167,9 +194,6 @@ private:
     std::optional<QList<ScreenReader::Menu>> hoverOwn(const QString& label,
                                                       const QString& expected);
     void closeMenus(bool own = false);
-    // Puts text on the X clipboard from an outside program that stays its owner.
-    bool copyFromOutside(const QString& text);
-    QString clipboard() const;
     bool settingsWindowShown() const;
     // What is wrong with the window of Quillmar's own menu (of that size) that the compositor
     // shows, closing the menu; none when it is small, floating and has the keyboard.
@@ -195,8 +219,8 @@ private:
     QString m_clipboardFile;
     int m_shots = 0;
     QImage m_beforeQuillmar;
-    // The screen with Quillmar's icon and no menu, for reading menus from screenshots.
-    QImage m_withoutMenus;
+    // The lines of text read on each picture of a menu, by the picture's digest.
+    QHash<QByteArray, QList<ScreenReader::TextLine>> m_menuTexts;
     // Where the panel shows the running Quillmar's icon.
     std::optional<QRect> m_icon;
 };

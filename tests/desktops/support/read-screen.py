@@ -98,7 +98,30 @@ def text_of(node, depth=0):
     return ""
 
 
-def entry(node):
+def intersection(a, b):
+    left, top = max(a[0], b[0]), max(a[1], b[1])
+    right, bottom = min(a[0] + a[2], b[0] + b[2]), min(a[1] + a[3], b[1] + b[3])
+    return [left, top, max(0, right - left), max(0, bottom - top)]
+
+
+def clip_of(node):
+    """The part of a node its containers show: its place within every container's."""
+    view = rectangle(node)
+    for _ in range(40):
+        try:
+            node = node.parent
+        except Exception:
+            break
+        if node is None or role(node) == pyatspi.ROLE_APPLICATION:
+            break
+        place = rectangle(node)
+        # Some containers have no place of their own.
+        if place[2] > 0 and place[3] > 0:
+            view = intersection(view, place)
+    return view
+
+
+def entry(node, view):
     s = states(node)
     label = text_of(node)
     kind = ENTRY_ROLES.get(role(node), "other")
@@ -110,19 +133,28 @@ def entry(node):
         "role": kind,
         "enabled": bool(s and (s.contains(pyatspi.STATE_ENABLED) or s.contains(pyatspi.STATE_SENSITIVE))),
         "rect": rectangle(node),
+        "view": view,
     }
 
 
-def entries_of(menu):
-    """A menu's entries: its showing menu-item descendants that are not inside another menu."""
+def entries_of(menu, view=None):
+    """A menu's entries: its showing menu-item descendants that are not inside another menu.
+    Each has its view: the part of the menu it can show in, where its containers clip it (GNOME
+    Shell draws a submenu of a tall menu as a scrolled area within it)."""
+    if view is None:
+        view = clip_of(menu)
     found = []
     for child in children(menu):
         r = role(child)
         if r in ENTRY_ROLES:
             if showing(child) or r == pyatspi.ROLE_SEPARATOR and rectangle(child)[3] > 0:
-                found.append(entry(child))
+                found.append(entry(child, view))
         elif r not in MENU_ROLES and showing(child):
-            found.extend(entries_of(child))
+            # The box that holds the entries of a scrolled part moves as it scrolls, at the
+            # height of the part that shows: its scrolling container clips, not the box.
+            holds_entries = any(role(c) in ENTRY_ROLES for c in children(child))
+            inner = view if holds_entries else intersection(view, rectangle(child))
+            found.extend(entries_of(child, inner))
     return found
 
 
