@@ -113,7 +113,11 @@ void StatusItem::setMenu(QMenu* menu) {
 }
 
 bool StatusItem::isMenuOpen() const {
-    return (m_menu && m_menu->isVisible()) || (m_notifierItem && m_notifierItem->isMenuOpen());
+    return (m_menu && m_menu->isVisible()) || isPanelMenuOpen();
+}
+
+bool StatusItem::isPanelMenuOpen() const {
+    return m_notifierItem && m_notifierItem->isMenuOpen();
 }
 
 void StatusItem::closed() {

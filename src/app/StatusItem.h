@@ -37,6 +37,8 @@ public:
 
     // Whether the menu is open now: the program's own, or the panel's by what the panel said.
     bool isMenuOpen() const;
+    // Whether the panel's menu is open now, by what the panel said.
+    bool isPanelMenuOpen() const;
 
     // Whether the icon is a StatusNotifierItem rather than an XEmbed icon.
     bool isStatusNotifierItem() const { return m_notifierItem != nullptr; }

@@ -54,9 +54,11 @@ void copy(const QString& text) {
 }
 
 // Whether "📋 Add Clipboard URL" is offered: when the clipboard holds an address, and when it
-// cannot be read now (Wayland shows it only to the program with the focus), so that the item
-// is there and reads it when chosen.
-bool offersClipboardItem() {
+// cannot be read now (Wayland shows it only to the program with the focus, which a panel's
+// open menu keeps), so that the item is there and reads it when chosen.
+bool offersClipboardItem(bool panelMenuOpen) {
+    if (panelMenuOpen && !SystemClipboard::readableInBackground())
+        return true;
     const std::optional<QString> text = SystemClipboard::text();
     return !text || ClipboardURL::extract(*text).has_value();
 }
@@ -274,7 +276,7 @@ QCoro::Task<> MenuManager::buildFullMenu() {
     const QSet<QString> pinnedTags(m_config.pinnedTags.cbegin(), m_config.pinnedTags.cend());
 
     QAction* addClipboardItem = menu->addAction(u"📋 Add Clipboard URL"_s);
-    addClipboardItem->setEnabled(offersClipboardItem());
+    addClipboardItem->setEnabled(offersClipboardItem(m_statusItem->isPanelMenuOpen()));
     connect(addClipboardItem, &QAction::triggered, this, &MenuManager::addClipboardURL);
     menu->addAction(lazySubmenuItem(
         menu.get(), u"🕐 Recent"_s,
@@ -559,7 +561,7 @@ void MenuManager::menuWillHighlight(QAction* item) {
 void MenuManager::menuWillOpen(QMenu* menu) {
     if (menu != m_statusItem->menu() || !m_addClipboardItem)
         return;
-    m_addClipboardItem->setEnabled(offersClipboardItem());
+    m_addClipboardItem->setEnabled(offersClipboardItem(m_statusItem->isPanelMenuOpen()));
 }
 
 std::optional<QString> MenuManager::clipboardURL() const {

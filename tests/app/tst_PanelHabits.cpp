@@ -8,6 +8,8 @@
 #include "TestStatusNotifierWatcher.h"
 
 #include "app/AppDelegate.h"
+#include "app/clipboard/ClipboardBackend.h"
+#include "app/clipboard/SystemClipboard.h"
 #include "config/AppConfig.h"
 #include "service/HttpSession.h"
 
@@ -17,6 +19,7 @@
 #include <QMenu>
 #include <QNetworkReply>
 #include <QPointer>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <algorithm>
@@ -34,6 +37,19 @@ const QString readingLabel = u"Reading & Notes_2024  (1)"_s;
 
 Q_DECLARE_METATYPE(TestPanelMenu::Habits)
 
+// A desktop that shows the clipboard only to the program with the keyboard (GNOME on Wayland):
+// while the panel's menu holds the keyboard, what this program saw of it last is out of date.
+class FocusOnlyClipboard : public ClipboardBackend {
+public:
+    QString seenLast = u"no address here"_s;
+    QString current;
+
+    void setText(const QString& text) override { current = text; }
+    std::optional<QString> text() override { return seenLast; }
+    void readText(Done done) override { done(current); }
+    bool readableInBackground() const override { return false; }
+};
+
 class tst_PanelHabits : public QObject {
     Q_OBJECT
 private Q_SLOTS:
@@ -48,6 +64,7 @@ private Q_SLOTS:
     void clipboardItemFollowsClipboard();
     void clipboardChangeWhileMenuOpenIsFollowed_data() { panelsThatTellClosing(); }
     void clipboardChangeWhileMenuOpenIsFollowed();
+    void clipboardItemReadsWhenChosenWherePanelMenuHidesClipboard();
     void refreshWaitsForOpenMenuToClose_data() { panelsThatTellClosing(); }
     void refreshWaitsForOpenMenuToClose();
     void quittingPrintsNothing();
@@ -217,6 +234,37 @@ void tst_PanelHabits::clipboardChangeWhileMenuOpenIsFollowed() {
     QGuiApplication::clipboard()->setText(u"see https://example.com/new, later"_s);
     QTRY_VERIFY((panel->follow(), panel->isEnabled(add)));
     QVERIFY(panel->close(0));
+    QVERIFY(panel->errors().isEmpty());
+}
+
+void tst_PanelHabits::clipboardItemReadsWhenChosenWherePanelMenuHidesClipboard() {
+    // The program of this test sees the clipboard as such a desktop shows it.
+    cleanup();
+    auto* clipboard = new FocusOnlyClipboard;
+    SystemClipboard::setBackend(clipboard);
+    const auto restore = qScopeGuard([] { SystemClipboard::setBackend(nullptr); });
+    init();
+    if (QTest::currentTestFailed())
+        return;
+    const QString link = u"http://127.0.0.1:9/from-the-panel"_s;
+    clipboard->current = u"see "_s + link + u", later"_s;
+
+    const auto panel = this->panel(Habits::Gnome);
+    QVERIFY(panel);
+    const int add = panel->find(u"📋 Add Clipboard URL"_s);
+    QVERIFY(add > 0);
+    QVERIFY(panel->open(0));
+    QTRY_VERIFY((panel->follow(), panel->isEnabled(add)));
+    // Chosen, it reads the clipboard as it is now and saves its address.
+    QVERIFY(m_host->event(add, u"clicked"_s));
+    QVERIFY(panel->close(0));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            const auto saved = m_service->bookmarks();
+            return std::any_of(saved.cbegin(), saved.cend(),
+                               [&](const auto& bookmark) { return bookmark.link == link; });
+        }(),
+        15000);
     QVERIFY(panel->errors().isEmpty());
 }
 

@@ -12,6 +12,7 @@ class tst_WaylandMenuPopup : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void menuTallerThanScreenScrollsToItsEnd();
+    void menuTallerThanScreenEndsOnScreenBelowTopBar();
 };
 
 void tst_WaylandMenuPopup::menuTallerThanScreenScrollsToItsEnd() {
@@ -32,6 +33,24 @@ void tst_WaylandMenuPopup::menuTallerThanScreenScrollsToItsEnd() {
     QTest::keyClick(&menu, Qt::Key_End);
     QCOMPARE(menu.activeAction(), quit);
     QTRY_VERIFY(menu.rect().contains(menu.actionGeometry(quit)));
+    menu.close();
+}
+
+void tst_WaylandMenuPopup::menuTallerThanScreenEndsOnScreenBelowTopBar() {
+    QMenu menu;
+    for (int i = 1; i <= 120; ++i)
+        menu.addAction(u"Favourite number %1"_s.arg(i));
+    const QRect screen = menu.screen()->geometry();
+    // Where Qt knows of no panel, as on Wayland, a compositor may still place the menu below
+    // a top bar of its own (GNOME's is 32 pixels high at scale 1).
+    QCOMPARE(menu.screen()->availableGeometry(), screen);
+    constexpr int topBar = 32;
+
+    WaylandMenuPopup popup;
+    popup.show(&menu, QPoint(10, 10));
+    QVERIFY(QTest::qWaitForWindowExposed(&menu));
+    QVERIFY2(topBar + menu.height() <= screen.height(),
+             qPrintable(u"%1 px high on a screen of %2"_s.arg(menu.height()).arg(screen.height())));
     menu.close();
 }
 

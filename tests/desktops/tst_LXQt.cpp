@@ -77,6 +77,9 @@ protected:
     // for them, and gives its own widgets' places wrongly without a window manager: the icon
     // and the menus are found on the screen.
     std::optional<QRect> trayIcon() override { return iconByDifference(panelHeight); }
+    // The panel's Qt 5 draws its tooltips as dark text on a light yellow ground (Qt's own
+    // tooltip colours: the panel's theme gives none), and hides them after ten seconds.
+    bool darkTooltips() const override { return false; }
     bool readsMenusByOcr() const override { return true; }
 
 private:

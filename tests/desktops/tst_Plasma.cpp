@@ -4,6 +4,8 @@
 
 #include "ShellTest.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QtTest>
 
 using namespace std::chrono_literals;
@@ -41,7 +43,7 @@ protected:
                session.startProgram(
                    QStringLiteral("plasmashell"),
                    {QStringLiteral("plasmashell"), QStringLiteral("--no-respawn")}) &&
-               waitForTray(120s);
+               waitForTray(120s) && hideClipboardApplet(session);
     }
 
     std::optional<QRect> trayIcon() override {
@@ -57,6 +59,35 @@ protected:
     bool readsMenusByOcr() const override { return true; }
 
 private:
+    // The clipboard applet joins the tray's visible icons once the clipboard holds something,
+    // moving the icons beside it: it is kept among the tray's hidden items, as a person who
+    // does not want it there does in the tray's settings.
+    static bool hideClipboardApplet(DesktopSession& session) {
+        QDBusMessage evaluate = QDBusMessage::createMethodCall(
+            QStringLiteral("org.kde.plasmashell"), QStringLiteral("/PlasmaShell"),
+            QStringLiteral("org.kde.PlasmaShell"), QStringLiteral("evaluateScript"));
+        evaluate.setArguments({QStringLiteral(R"(
+            panels().forEach(function (panel) {
+                panel.widgets("org.kde.plasma.systemtray").forEach(function (tray) {
+                    var items = desktopById(tray.readConfig("SystrayContainmentId"));
+                    items.currentConfigGroup = ["General"];
+                    items.writeConfig("hiddenItems", ["org.kde.plasma.clipboard"]);
+                    items.reloadConfig();
+                    print("hidden");
+                });
+            });)")});
+        const QDBusMessage reply =
+            QDBusConnection::connectToBus(session.busAddress(), QStringLiteral("plasma-test"))
+                .call(evaluate, QDBus::Block, 30000);
+        if (reply.type() != QDBusMessage::ReplyMessage ||
+            !reply.arguments().value(0).toString().contains(QStringLiteral("hidden"))) {
+            qWarning("the clipboard applet is not hidden: %s",
+                     qPrintable(reply.errorMessage() + reply.arguments().value(0).toString()));
+            return false;
+        }
+        return true;
+    }
+
     static constexpr int panelHeight = 44;
     QString m_log;
 };

@@ -107,13 +107,7 @@ protected:
         // desktop is drawn: left before that, it would come back.
         if (!waitUntil([this] { return overviewShown() == true; }, 60s))
             return false;
-        QDBusMessage hide = QDBusMessage::createMethodCall(
-            shellService, QStringLiteral("/org/gnome/Shell"),
-            QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
-        hide.setArguments({shellService, QStringLiteral("OverviewActive"),
-                           QVariant::fromValue(QDBusVariant(false))});
-        if (m_bus->call(hide).type() != QDBusMessage::ReplyMessage ||
-            !waitUntil([this] { return overviewShown() == false; }, 30s))
+        if (!leaveOverview())
             return false;
         m_input = std::make_unique<MutterInput>(session.busAddress());
         // GNOME's daemon of key bindings, which runs the custom shortcut.
@@ -153,10 +147,12 @@ protected:
                 {QStringLiteral(QUILLMAR_TEST_CLIPBOARD), QStringLiteral("copy"), text},
                 session().logFile(QStringLiteral("clipboard")), true))
             return false;
-        // Its window covers the screen and copies once the pointer has moved over it.
+        // Its window covers the screen and copies once the pointer has moved over it: each
+        // attempt moves it by a pixel, as a move to where it is already moves nothing.
         std::optional<QByteArray> copied;
         for (int attempt = 0; attempt < 20 && !copied && m_clipboardOwner.isRunning(); ++attempt) {
-            input().moveTo(QPoint(session().screen().width() / 2, session().screen().height() / 2));
+            input().moveTo(QPoint(session().screen().width() / 2 + attempt % 2,
+                                  session().screen().height() / 2));
             copied = m_clipboardOwner.readLine(500ms);
         }
         return copied && *copied == "copied" &&
@@ -172,6 +168,13 @@ protected:
     bool panelMenuSeesClipboard() const override { return false; }
     // The extension's menu neither scrolls nor moves to an entry off the screen.
     bool panelMenuReachesEveryEntry() const override { return false; }
+    // Qt 6.4 takes the window mutter marks active for the one with the keyboard, which mutter
+    // gives later or, after its own menu, not at all: a copy chosen in the extension's menu is
+    // refused, and keys pressed in Quillmar's own menu do not reach it.
+    QStringList knownFailures() const override {
+        return {QStringLiteral("\"⎘ Copy URL\" left the clipboard"),
+                QStringLiteral("ownMenuBehavesAsAMenu")};
+    }
 
     // Quillmar's windows as the shell lists them (their sizes; not their places).
     QList<Window> ownWindows() const override {
@@ -234,6 +237,17 @@ private:
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
             return std::nullopt;
         return reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+    }
+
+    // Leaves the overview; whether it did.
+    bool leaveOverview() {
+        QDBusMessage set = QDBusMessage::createMethodCall(
+            shellService, QStringLiteral("/org/gnome/Shell"),
+            QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
+        set.setArguments({shellService, QStringLiteral("OverviewActive"),
+                          QVariant::fromValue(QDBusVariant(false))});
+        return m_bus->call(set).type() == QDBusMessage::ReplyMessage &&
+               waitUntil([this] { return overviewShown() == false; }, 30s);
     }
 
     // Where the screen differs from the empty desktop, below the top bar.

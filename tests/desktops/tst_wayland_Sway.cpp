@@ -9,10 +9,17 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QtTest>
+
+#include <algorithm>
+#include <optional>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -32,6 +39,81 @@ void collectViews(const QJsonObject& node, bool floating, QList<QJsonObject>& vi
         collectViews(child.toObject(), floating, views, floatingViews);
     for (const QJsonValue child : node.value(QStringLiteral("floating_nodes")).toArray())
         collectViews(child.toObject(), true, views, floatingViews);
+}
+
+// The screen as grim takes it (without the pointer).
+QImage grabScreen() {
+    const auto shot = ChildProcess::run(
+        {QStringLiteral("grim"), QStringLiteral("-t"), QStringLiteral("ppm"), QStringLiteral("-")},
+        30s);
+    return QImage::fromData(shot.output, "PPM").convertToFormat(QImage::Format_RGB32);
+}
+
+// Where a rectangle of that size on now covers the most pixels that differ from before,
+// not counting those inside taken; none where at most half of it changed (not drawn yet).
+std::optional<QPoint> mostChangedPlace(const QImage& before, const QImage& now, QSize size,
+                                       const QList<QRect>& taken) {
+    const int width = now.width();
+    const int height = now.height();
+    // sums(x, y): the changed pixels left of x and above y.
+    std::vector<int> sums(static_cast<size_t>(width + 1) * static_cast<size_t>(height + 1));
+    const auto sum = [&](int x, int y) -> int& {
+        return sums[static_cast<size_t>(y) * static_cast<size_t>(width + 1) +
+                    static_cast<size_t>(x)];
+    };
+    for (int y = 0; y < height; ++y) {
+        const auto* was = reinterpret_cast<const QRgb*>(before.constScanLine(y));
+        const auto* is = reinterpret_cast<const QRgb*>(now.constScanLine(y));
+        int row = 0;
+        for (int x = 0; x < width; ++x) {
+            const bool free = std::none_of(taken.cbegin(), taken.cend(),
+                                           [&](QRect rect) { return rect.contains(x, y); });
+            row += (was[x] != is[x] && free) ? 1 : 0;
+            sum(x + 1, y + 1) = sum(x + 1, y) + row;
+        }
+    }
+    const int w = std::min(size.width(), width);
+    const int h = std::min(size.height(), height);
+    QPoint best;
+    int most = -1;
+    for (int y = 0; y + h <= height; ++y)
+        for (int x = 0; x + w <= width; ++x) {
+            const int changed = sum(x + w, y + h) - sum(x, y + h) - sum(x + w, y) + sum(x, y);
+            if (changed > most) {
+                most = changed;
+                best = QPoint(x, y);
+            }
+        }
+    if (2 * most <= w * h)
+        return std::nullopt;
+    return best;
+}
+
+// The part of its popup a menu fills: the reader clips a submenu's own place by the entry
+// that opened it, in that other popup's coordinates here; its entries span the whole popup.
+QRect extentOf(const ScreenReader::Menu& menu) {
+    QRect entries;
+    for (const ScreenReader::Entry& entry : menu.entries)
+        entries |= entry.rect;
+    // A menu's own place holds its entries unless it is such a clipped one.
+    return menu.rect.contains(entries) ? menu.rect : entries;
+}
+
+// A popup shows its entries within itself.
+ScreenReader::Menu shownWhole(ScreenReader::Menu menu) {
+    const QRect extent = extentOf(menu);
+    for (ScreenReader::Entry& entry : menu.entries)
+        entry.view = extent;
+    return menu;
+}
+
+QString placeKey(const ScreenReader::Menu& menu) {
+    return QStringLiteral("%1,%2,%3,%4 ")
+               .arg(menu.rect.x())
+               .arg(menu.rect.y())
+               .arg(menu.rect.width())
+               .arg(menu.rect.height()) +
+           menu.labels().join(u'|');
 }
 
 } // namespace
@@ -113,7 +195,61 @@ protected:
             waitUntil([this] { return reader().menus().isEmpty(); }, 5s);
             m_menuMadeFor = item;
         }
+        waitUntil([this] { return reader().menus().isEmpty(); }, 5s);
+        m_withoutMenus = grabScreen();
+        m_places.clear();
         ShellTest::openPanelMenu(icon);
+    }
+
+    // GTK on Wayland gives a menu's entries relative to the menu's own popup, whose place on
+    // the screen no client knows, and sway's tree lists no popups: each menu is found on the
+    // screen as the place of its size holding the most pixels changed since before the menu
+    // opened, leaving out the menus placed already. Menus open one at a time and do not move
+    // while open, so each new one is found as the only one not yet placed.
+    QList<ScreenReader::Menu> placePanelMenus(QList<ScreenReader::Menu> read) override {
+        // The reader may reach one menu twice (in places of its own), and reaches menus of
+        // separators alone, which show nothing: each menu is kept once, and those are left out
+        // (placed, they would take the place of a menu shown).
+        QList<ScreenReader::Menu> menus;
+        QSet<QString> keys;
+        for (const ScreenReader::Menu& menu : std::as_const(read)) {
+            const QStringList labels = menu.labels();
+            const QString key = labels.join(u'|');
+            if (keys.contains(key) ||
+                std::all_of(labels.cbegin(), labels.cend(),
+                            [](const QString& label) { return label == QStringLiteral("---"); }))
+                continue;
+            keys.insert(key);
+            menus.append(menu);
+        }
+        QList<QRect> taken;
+        const auto placeAt = [&](qsizetype i, QPoint offset) {
+            menus[i] = shownWhole(moved({menus.at(i)}, offset).constFirst());
+            taken.append(extentOf(menus.at(i)));
+        };
+        QList<qsizetype> unplaced;
+        for (qsizetype i = 0; i < menus.size(); ++i) {
+            const auto known = m_places.constFind(placeKey(menus.at(i)));
+            if (known == m_places.cend())
+                unplaced.append(i);
+            else
+                placeAt(i, *known);
+        }
+        if (unplaced.isEmpty() || m_withoutMenus.isNull())
+            return menus;
+        const QImage now = grabScreen();
+        if (now.size() != m_withoutMenus.size())
+            return menus;
+        for (const qsizetype i : std::as_const(unplaced)) {
+            const QString key = placeKey(menus.at(i));
+            const QRect extent = extentOf(menus.at(i));
+            const auto place = mostChangedPlace(m_withoutMenus, now, extent.size(), taken);
+            if (!place)
+                continue;
+            m_places.insert(key, *place - extent.topLeft());
+            placeAt(i, *place - extent.topLeft());
+        }
+        return menus;
     }
 
     // A waybar menu closed with Escape does not open again on the next click on its icon:
@@ -205,6 +341,10 @@ private:
 
     SwayInput m_input;
     QString m_log;
+    // The screen before the panel's menu opened, and where each open menu was found on it
+    // (by its place as read and its labels).
+    QImage m_withoutMenus;
+    QHash<QString, QPoint> m_places;
     // The item whose menu waybar has made.
     std::optional<QPair<QString, QString>> m_menuMadeFor;
 };

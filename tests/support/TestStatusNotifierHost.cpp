@@ -136,6 +136,17 @@ TestStatusNotifierHost::TestStatusNotifierHost(const QString& busAddress, QObjec
 }
 
 TestStatusNotifierHost::~TestStatusNotifierHost() {
+    // A signal delivered to this host but not yet handled is an event that tells its connection
+    // when it goes: no more are delivered, and those waiting go while the connection is there.
+    if (!m_menuPath.isEmpty()) {
+        m_connection.disconnect(m_service, m_menuPath, menuInterface,
+                                QStringLiteral("LayoutUpdated"), this,
+                                SLOT(onLayoutUpdated(uint, int)));
+        m_connection.disconnect(m_service, m_menuPath, menuInterface,
+                                QStringLiteral("ItemsPropertiesUpdated"), this,
+                                SLOT(onItemsPropertiesUpdated(QDBusMessage)));
+    }
+    QCoreApplication::removePostedEvents(this);
     QDBusConnection::disconnectFromBus(connectionName);
 }
 

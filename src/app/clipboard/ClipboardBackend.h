@@ -23,6 +23,9 @@ public:
     virtual std::optional<QString> text() = 0;
     // Reads the clipboard even when that takes a moment; done gets none when it cannot be read.
     virtual void readText(Done done) { done(text()); }
+    // Whether text() still tells the clipboard while another program holds the keyboard, a
+    // panel's menu among them. Where it does not, what it gives then may be out of date.
+    virtual bool readableInBackground() const { return true; }
 
 Q_SIGNALS:
     // The clipboard changed, as far as this program can see it: another program copied, or a

@@ -58,8 +58,14 @@ void FocusClipboardBackend::withFocus(Work work, Work failed) {
 }
 
 void FocusClipboardBackend::focusChanged(QWindow* focus) {
-    if (m_window && focus && focus == m_window->windowHandle())
+    if (m_window && focus && focus == m_window->windowHandle()) {
         finish(true);
+        return;
+    }
+    // The compositor offers the clipboard as the focus arrives, which Qt reports after it: the
+    // clipboard unreadable when it changed is readable now.
+    if (focus)
+        Q_EMIT changed();
 }
 
 void FocusClipboardBackend::finish(bool focused) {

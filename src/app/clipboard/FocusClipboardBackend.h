@@ -26,6 +26,7 @@ public:
     // None while no window of this program has the focus.
     std::optional<QString> text() override;
     void readText(Done done) override;
+    bool readableInBackground() const override { return false; }
 
 private:
     using Work = std::function<void()>;

@@ -19,17 +19,27 @@ std::unique_ptr<ClipboardBackend> backendForThisDesktop() {
     return std::make_unique<FocusClipboardBackend>();
 }
 
+QPointer<ClipboardBackend>& currentBackend() {
+    static QPointer<ClipboardBackend> backend;
+    return backend;
+}
+
 } // namespace
 
 ClipboardBackend& SystemClipboard::backend() {
     // Made on first use and kept until the application object goes, which takes it along
     // while the connections it uses are still there.
-    static QPointer<ClipboardBackend> backend;
-    if (!backend) {
-        backend = backendForThisDesktop().release();
-        backend->setParent(qApp);
-    }
+    QPointer<ClipboardBackend>& backend = currentBackend();
+    if (!backend)
+        setBackend(backendForThisDesktop().release());
     return *backend;
+}
+
+void SystemClipboard::setBackend(ClipboardBackend* backend) {
+    delete currentBackend().data();
+    currentBackend() = backend;
+    if (backend)
+        backend->setParent(qApp);
 }
 
 void SystemClipboard::setText(const QString& text) {
@@ -42,6 +52,10 @@ std::optional<QString> SystemClipboard::text() {
 
 void SystemClipboard::readText(ClipboardBackend::Done done) {
     backend().readText(std::move(done));
+}
+
+bool SystemClipboard::readableInBackground() {
+    return backend().readableInBackground();
 }
 
 void SystemClipboard::whenChanged(QObject* context, std::function<void()> changed) {

@@ -12,6 +12,11 @@ public:
     // shows the clipboard only to the program with the focus).
     static std::optional<QString> text();
     static void readText(ClipboardBackend::Done done);
+    // Whether text() tells the clipboard while a panel's menu holds the keyboard.
+    static bool readableInBackground();
+    // Replaces the backend chosen for this desktop (none: chosen again on next use). Takes
+    // ownership.
+    static void setBackend(ClipboardBackend* backend);
     // Calls changed, in context, whenever the clipboard changes as this program sees it.
     static void whenChanged(QObject* context, std::function<void()> changed);
 

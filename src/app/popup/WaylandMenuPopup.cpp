@@ -11,6 +11,22 @@
 
 #include <algorithm>
 
+namespace {
+
+// Qt on Wayland reports the whole screen as available: compositors tell a program nothing of
+// their panels. A menu as tall as the screen is then placed below a top bar (GNOME) with its
+// last entries under the screen's edge; this share of the screen is left for panels.
+constexpr int panelShare = 8;
+
+int heightFor(const QScreen& screen) {
+    const QRect available = screen.availableGeometry();
+    if (available != screen.geometry())
+        return available.height();
+    return available.height() - available.height() / panelShare;
+}
+
+} // namespace
+
 WaylandMenuPopup::WaylandMenuPopup()
     : m_menuStyle(new ScrollingMenuStyle) {
     m_menuStyle->setParent(this);
@@ -53,14 +69,14 @@ void WaylandMenuPopup::show(QMenu* menu, QPoint at) {
         menu->setWindowFlag(Qt::FramelessWindowHint);
     // A window whose smallest and largest sizes are equal is a dialog to a tiling compositor,
     // which floats it; the size is measured anew as the items may have changed. A menu taller
-    // than the screen is given the screen's height, and it scrolls.
+    // than the screen is given the screen's height less its panels, and it scrolls.
     if (menu->style() != m_menuStyle)
         menu->setStyle(m_menuStyle);
     menu->setMinimumSize(0, 0);
     menu->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
     QSize size = menu->sizeHint();
     if (const QScreen* screen = menu->screen())
-        size.setHeight(std::min(size.height(), screen->availableGeometry().height()));
+        size.setHeight(std::min(size.height(), heightFor(*screen)));
     menu->setFixedSize(size);
     menu->popup(at);
     XdgActivation::activateWhenShown(menu->windowHandle());

@@ -65,9 +65,10 @@ QJsonValue ScreenReader::ask(const QString& request) {
     return answer.isArray() ? QJsonValue(answer.array()) : QJsonValue();
 }
 
-QList<ScreenReader::Menu> ScreenReader::menus() {
+QList<ScreenReader::Menu> ScreenReader::menus(const QStringList& applications) {
     QList<Menu> menus;
-    for (const QJsonValue& value : ask(QStringLiteral("menus")).toArray()) {
+    const QString request = (QStringList{QStringLiteral("menus")} + applications).join(u'\t');
+    for (const QJsonValue& value : ask(request).toArray()) {
         Menu menu;
         menu.application = value[QStringLiteral("application")].toString();
         menu.rect = rectOf(value[QStringLiteral("rect")]);
@@ -95,7 +96,7 @@ QList<QRect> ScreenReader::find(const QString& application, const QString& role,
 }
 
 QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, QRect part,
-                                                     bool dark, int scale) {
+                                                     bool dark, int scale, Enlarging enlarging) {
     QTemporaryDir work;
     const QString image = work.filePath(QStringLiteral("part.png"));
     QStringList convert{QStringLiteral("convert"), screenshot, QStringLiteral("-crop"),
@@ -107,7 +108,9 @@ QList<ScreenReader::TextLine> ScreenReader::readText(const QString& screenshot, 
                         QStringLiteral("+repage")};
     if (dark)
         convert.append(QStringLiteral("-negate"));
-    convert += {QStringLiteral("-resize"), QStringLiteral("%1%").arg(scale * 100), image};
+    convert +=
+        {enlarging == Enlarging::Smooth ? QStringLiteral("-resize") : QStringLiteral("-scale"),
+         QStringLiteral("%1%").arg(scale * 100), image};
     if (ChildProcess::run(convert, std::chrono::seconds(30)).exitCode != 0)
         return {};
     const auto tsv =

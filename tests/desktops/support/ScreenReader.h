@@ -53,16 +53,20 @@ public:
     bool start(const QString& folder);
     void stop();
 
-    // Every open menu of every application, in the order they were first seen.
-    QList<Menu> menus();
+    // The open menus of these applications (none named: of every application), in the order
+    // they were first seen. Reading fewer applications' objects is faster.
+    QList<Menu> menus(const QStringList& applications = {});
     // The showing objects of an application with that role ("push button"; empty: any) and
     // that name (empty: any).
     QList<QRect> find(const QString& application, const QString& role, const QString& name);
 
+    // How text is enlarged for OCR: smoothly, or each pixel repeated (which reads LXQt's
+    // tooltip, whose smoothed letters OCR takes for others).
+    enum class Enlarging { Smooth, Pixels };
     // The lines of text in part of a screenshot; dark: light text on a dark ground, which OCR
     // reads better negated. OCR reads small text better enlarged: scale times.
-    static QList<TextLine> readText(const QString& screenshot, QRect part, bool dark,
-                                    int scale = 2);
+    static QList<TextLine> readText(const QString& screenshot, QRect part, bool dark, int scale = 2,
+                                    Enlarging enlarging = Enlarging::Smooth);
 
 private:
     QJsonValue ask(const QString& request);

@@ -7,7 +7,8 @@
 Reads one request a line from the named pipe REQUESTS and answers each with one line of JSON on
 standard output:
 
-    menus                the open menus: each with its application, its rectangle and its
+    menus [APP...]       the open menus (of the applications named; none named: of every
+                         application): each with its application, its rectangle and its
                          entries (label, role, enabled, rectangle), in order
     find APP ROLE TEXT   the showing objects of application APP with that role (empty: any) and
                          that name (empty: any), each with its name and rectangle
@@ -158,12 +159,25 @@ def entries_of(menu, view=None):
     return found
 
 
-def open_menus():
+def application_of(node):
+    try:
+        return node.getApplication().name
+    except Exception:
+        return ""
+
+
+def open_menus(applications):
+    """Reading a whole desktop's tree takes long: only the applications asked for are read."""
+    def wanted(name):
+        return not applications or name in applications
+
     candidates = []
     for node in announced:
-        if role(node) in MENU_ROLES and node not in candidates:
+        if role(node) in MENU_ROLES and node not in candidates and wanted(application_of(node)):
             candidates.append(node)
     for app in children(pyatspi.Registry.getDesktop(0)):
+        if not wanted(app.name):
+            continue
         for node in walk(app):
             if role(node) in MENU_ROLES and node not in candidates:
                 candidates.append(node)
@@ -187,11 +201,7 @@ def open_menus():
         # An entry that opens a submenu has the menu role too: it counts as an open menu only
         # when entries of its own show.
         if any(i["rect"][2] > 0 and i["rect"][3] > 0 for i in items):
-            try:
-                application = node.getApplication().name
-            except Exception:
-                application = ""
-            menus.append({"application": application, "rect": rectangle(node),
+            menus.append({"application": application_of(node), "rect": rectangle(node),
                           "entries": items})
     return menus
 
@@ -248,7 +258,7 @@ def answer(request):
     read_states_live()
     words = request.split("\t")
     if words[0] == "menus":
-        return open_menus()
+        return open_menus(words[1:])
     if words[0] == "find" and len(words) == 4:
         return find(words[1], words[2], words[3])
     if words[0] == "tooltips":
