@@ -45,9 +45,9 @@ constexpr int hotKeyPresses = 11;
 constexpr int hotKeyStarts = 2;
 constexpr int reloadRounds = 11;
 constexpr std::chrono::seconds defaultIdle{600};
-// The idle window begins this long after the full menu, once the start's own work (its update
-// check among it) is done.
-constexpr std::chrono::seconds idleSettle{20};
+// The idle window begins this long after the full menu, once the start's own work is done: its
+// update check, and the threads that Qt's thread pool lets go 30 s after their last task.
+constexpr std::chrono::seconds idleSettle{35};
 constexpr std::chrono::seconds refreshInterval{300};
 // Requests of a refresh: the favourites, the collections, the tags, the warm-up of the pinned
 // collection and tag, and its update check.
