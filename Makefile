@@ -15,8 +15,10 @@ TEST_FUZZ_SECONDS ?= 5
 FUZZ_SECONDS ?= 300
 
 # Qt's SVG plugin draws the tray icon; the fonts draw the menus' emoji and symbols; wayland-scanner
-# (libwayland-bin) generates the Wayland protocol code.
+# (libwayland-bin) generates the Wayland protocol code; Qt's platform headers (qt6-base-private-dev)
+# give the Wayland connection Qt made.
 BUILD_PACKAGES := cmake ninja-build gcc g++ pkg-config qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins \
+	qt6-base-private-dev \
 	qcoro-qt6-dev libqt6svg6 libxcb1-dev libxcb-keysyms1-dev \
 	fonts-noto-color-emoji fonts-dejavu-core fonts-symbola libwayland-dev libwayland-bin
 RUN_PACKAGES := xvfb trayer xdotool x11-utils imagemagick dbus-x11 qt6-wayland
@@ -34,7 +36,8 @@ TEST_PACKAGES := $(RUN_PACKAGES) xclip dbus-daemon libglib2.0-bin x11-xkb-utils 
 	appstream desktop-file-utils python3-debian dpkg-dev file clang libclang-rt-14-dev \
 	libxcb-xtest0-dev libxcb-damage0-dev $(DESKTOP_PACKAGES)
 
-.PHONY: run test build deps-build deps-run deps-test format sanitize-test fuzz bench
+.PHONY: run test build deps-build deps-run deps-test format sanitize-build sanitize-test fuzz-build \
+	fuzz bench
 
 define install_missing
 	@missing=$$(for p in $(1); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
@@ -77,24 +80,33 @@ run: deps-run
 
 # A test that fails is run once more before it counts as failed: a few timing tests (hover delays)
 # can miss on a loaded two-core machine; one that fails twice fails the run. The tests inside the
-# real desktop shells wait on what they see and run once: each takes minutes.
+# real desktop shells wait on what they see and run once: each takes minutes. The tests mostly wait,
+# so the sanitizer and fuzzer builds are made meanwhile at the lowest priority, on the CPU the tests
+# leave (their output goes to a log, shown if they fail).
 test: deps-test
-	@$(MAKE) --no-print-directory build
-	cd $(BUILD_DIR) && { ctest --output-on-failure -j $(JOBS) --repeat until-pass:2 -LE desktop; \
-		others=$$?; ctest --output-on-failure -L desktop && exit $$others; }
+	@$(MAKE) --no-print-directory build $(SANITIZE_BUILD_DIR)/build.ninja $(FUZZ_BUILD_DIR)/build.ninja
+	@log=$(CURDIR)/$(BUILD_DIR)/background-builds.log; \
+	nice -n 19 $(MAKE) --no-print-directory sanitize-build fuzz-build >$$log 2>&1 & builds=$$!; \
+	cd $(BUILD_DIR); \
+	ctest --output-on-failure -j $(JOBS) --repeat until-pass:2 -LE desktop; fast=$$?; \
+	ctest --output-on-failure -L desktop; shells=$$?; \
+	wait $$builds || { cat $$log; exit 1; }; \
+	[ $$fast -eq 0 ] || exit $$fast; exit $$shells
 	@$(MAKE) --no-print-directory sanitize-test
 	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=$(TEST_FUZZ_SECONDS)
 
-# The package is made from the plain build only, so its tests do not run here again; nor do the
-# real desktop shells' (the slowest part of the suite, and the shells are not built with the
-# sanitizers).
-sanitize-test: deps-test $(SANITIZE_BUILD_DIR)/build.ninja
+sanitize-build: deps-test $(SANITIZE_BUILD_DIR)/build.ninja
 	cmake --build $(SANITIZE_BUILD_DIR) -j $(JOBS)
-	cd $(SANITIZE_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --repeat until-pass:2 \
-		-E '^(packaging|desktops)/'
 
-fuzz: deps-test $(FUZZ_BUILD_DIR)/build.ninja
+# The package is made from the plain build only, so its tests do not run here again.
+sanitize-test: sanitize-build
+	cd $(SANITIZE_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --repeat until-pass:2 \
+		-E '^packaging/'
+
+fuzz-build: deps-test $(FUZZ_BUILD_DIR)/build.ninja
 	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target quillmar_fuzzers
+
+fuzz: fuzz-build
 	cd $(FUZZ_BUILD_DIR) && QUILLMAR_FUZZ_SECONDS=$(FUZZ_SECONDS) \
 		ctest --output-on-failure -j $(JOBS) -L fuzz
 

@@ -1,5 +1,6 @@
 #include "app/clipboard/DataControlClipboardBackend.h"
 
+#include "app/wayland/SelectionWriter.h"
 #include "wlr-data-control-unstable-v1-client-protocol.h"
 
 #include <QClipboard>
@@ -223,21 +224,7 @@ void DataControlClipboardBackend::setText(const QString& text) {
 }
 
 void DataControlClipboardBackend::send(int fd) const {
-    // Written whole: readers wait for the end of the data.
-    const int flags = fcntl(fd, F_GETFL);
-    if (flags != -1)
-        fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
-    qsizetype written = 0;
-    while (written < m_sourceText.size()) {
-        const ssize_t n = ::write(fd, m_sourceText.constData() + written,
-                                  static_cast<size_t>(m_sourceText.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        written += n;
-    }
-    ::close(fd);
+    SelectionWriter::writeAndClose(fd, m_sourceText);
 }
 
 std::optional<QString> DataControlClipboardBackend::text() {

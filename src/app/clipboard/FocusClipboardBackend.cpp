@@ -11,15 +11,24 @@
 #include <utility>
 
 namespace {
-// A compositor that has not given the focus by then will not.
-constexpr int focusTimeoutMs = 2000;
+// A compositor that has not given the keyboard by then will not (GNOME gives it about 0.7 s
+// after the window shows when its own menu was open).
+constexpr int focusTimeoutMs = 3000;
 } // namespace
 
 FocusClipboardBackend::FocusClipboardBackend() {
     m_giveUp.setSingleShot(true);
     m_giveUp.setInterval(focusTimeoutMs);
-    connect(&m_giveUp, &QTimer::timeout, this, [this] { finish(false); });
-    connect(qApp, &QGuiApplication::focusWindowChanged, this, &FocusClipboardBackend::focusChanged);
+    connect(&m_giveUp, &QTimer::timeout, this, &FocusClipboardBackend::finish);
+    connect(&m_selection, &KeyboardSelection::keyboardEntered, this, [this] {
+        // The compositor offers the clipboard as the keyboard arrives: the clipboard
+        // unreadable when it changed is readable now.
+        Q_EMIT changed();
+        serve();
+    });
+    connect(&m_selection, &KeyboardSelection::confirmed, this,
+            &FocusClipboardBackend::copyConfirmed);
+    connect(&m_selection, &KeyboardSelection::refused, this, &FocusClipboardBackend::copyRefused);
     connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this,
             &ClipboardBackend::changed);
 }
@@ -27,25 +36,61 @@ FocusClipboardBackend::FocusClipboardBackend() {
 FocusClipboardBackend::~FocusClipboardBackend() = default;
 
 void FocusClipboardBackend::setText(const QString& text) {
-    withFocus([text] { QtClipboardBackend().setText(text); }, [] {});
+    m_copy = text;
+    serve();
 }
 
 std::optional<QString> FocusClipboardBackend::text() {
-    if (!QGuiApplication::focusWindow())
+    if (!m_selection.hasKeyboard())
         return std::nullopt;
+    // Qt would answer a read of this program's own offer only from the event loop.
+    if (auto own = m_selection.ownText())
+        return own;
     return QtClipboardBackend().text();
 }
 
 void FocusClipboardBackend::readText(Done done) {
-    withFocus([done] { done(QtClipboardBackend().text()); }, [done] { done(std::nullopt); });
+    m_reads.append(std::move(done));
+    serve();
 }
 
-void FocusClipboardBackend::withFocus(Work work, Work failed) {
-    if (QGuiApplication::focusWindow()) {
-        work();
+void FocusClipboardBackend::serve() {
+    if (!m_selection.hasKeyboard()) {
+        if (m_copy || !m_reads.isEmpty())
+            showWindow();
         return;
     }
-    m_pending.append({std::move(work), std::move(failed)});
+    if (m_copy && !m_offered) {
+        m_offered = m_copy;
+        m_selection.setText(*m_offered);
+    }
+    const auto reads = std::exchange(m_reads, {});
+    for (const Done& done : reads)
+        done(text());
+    if (!m_copy && !m_offered && m_reads.isEmpty())
+        closeWindow();
+}
+
+void FocusClipboardBackend::copyConfirmed() {
+    if (m_copy == m_offered)
+        m_copy.reset();
+    m_offered.reset();
+    // A newer text may wait.
+    serve();
+}
+
+void FocusClipboardBackend::copyRefused() {
+    m_offered.reset();
+    if (!m_copy)
+        return;
+    // Offered while the keyboard was leaving (a menu closing as its entry is chosen): a new
+    // window brings it back. With the window already there, the next arrival of the keyboard
+    // tries again, until the time runs out.
+    if (!m_window)
+        showWindow();
+}
+
+void FocusClipboardBackend::showWindow() {
     if (m_window)
         return;
     m_window = std::make_unique<QWidget>(nullptr, Qt::Window | Qt::FramelessWindowHint);
@@ -57,23 +102,16 @@ void FocusClipboardBackend::withFocus(Work work, Work failed) {
     m_giveUp.start();
 }
 
-void FocusClipboardBackend::focusChanged(QWindow* focus) {
-    if (m_window && focus && focus == m_window->windowHandle()) {
-        finish(true);
-        return;
-    }
-    // The compositor offers the clipboard as the focus arrives, which Qt reports after it: the
-    // clipboard unreadable when it changed is readable now.
-    if (focus)
-        Q_EMIT changed();
+void FocusClipboardBackend::finish() {
+    m_copy.reset();
+    const auto reads = std::exchange(m_reads, {});
+    for (const Done& done : reads)
+        done(std::nullopt);
+    closeWindow();
 }
 
-void FocusClipboardBackend::finish(bool focused) {
+void FocusClipboardBackend::closeWindow() {
     m_giveUp.stop();
-    const auto pending = std::exchange(m_pending, {});
-    for (const auto& [work, failed] : pending)
-        focused ? work() : failed();
-    // After the clipboard requests: the compositor takes them in order, while the focus is here.
     if (m_window) {
         m_window->hide();
         m_window.release()->deleteLater();

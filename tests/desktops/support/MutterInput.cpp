@@ -2,8 +2,15 @@
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDeadlineTimer>
 #include <QHash>
 #include <QStringList>
+#include <QTest>
+
+#include <wayland-client.h>
+
+#include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -26,6 +33,43 @@ quint32 keySymbol(const QString& name) {
     return name.size() == 1 ? name.at(0).toLower().unicode() : 0;
 }
 
+// Whether the compositor's seat has a keyboard, asked over a Wayland connection of the test's own.
+bool seatHasKeyboard() {
+    struct Seat {
+        wl_seat* seat = nullptr;
+        uint32_t capabilities = 0;
+    } found;
+    static const wl_seat_listener seatListener = {[](void* data, wl_seat*, uint32_t capabilities) {
+                                                      static_cast<Seat*>(data)->capabilities =
+                                                          capabilities;
+                                                  },
+                                                  nullptr};
+    static const wl_registry_listener registryListener = {
+        [](void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t) {
+            auto* seat = static_cast<Seat*>(data);
+            if (seat->seat || std::strcmp(interface, wl_seat_interface.name) != 0)
+                return;
+            // Version 1: capabilities only.
+            seat->seat =
+                static_cast<wl_seat*>(wl_registry_bind(registry, name, &wl_seat_interface, 1));
+            wl_seat_add_listener(seat->seat, &seatListener, seat);
+        },
+        [](void*, wl_registry*, uint32_t) {
+        }};
+    wl_display* display = wl_display_connect(nullptr);
+    if (!display)
+        return false;
+    wl_registry* registry = wl_display_get_registry(display);
+    wl_registry_add_listener(registry, &registryListener, &found);
+    // The globals, then the seat's capabilities.
+    const bool answered = wl_display_roundtrip(display) >= 0 && wl_display_roundtrip(display) >= 0;
+    if (found.seat)
+        wl_seat_destroy(found.seat);
+    wl_registry_destroy(registry);
+    wl_display_disconnect(display);
+    return answered && (found.capabilities & WL_SEAT_CAPABILITY_KEYBOARD);
+}
+
 } // namespace
 
 MutterInput::MutterInput(const QString& busAddress)
@@ -46,9 +90,22 @@ bool MutterInput::start(QSize screen) {
     if (!notify(QStringLiteral("Start"), {}))
         return false;
     // Far past the corner, where the screen's edges stop it.
+    m_screen = screen;
     m_pointer = QPoint(screen.width() - 1, screen.height() - 1);
-    return notify(QStringLiteral("NotifyPointerMotionRelative"),
-                  {double(screen.width() * 4), double(screen.height() * 4)});
+    if (!notify(QStringLiteral("NotifyPointerMotionRelative"),
+                {double(screen.width() * 4), double(screen.height() * 4)}))
+        return false;
+    // The session makes its keyboard with the first key pressed, and the programs get it a
+    // moment later: that key reaches none of them. A headless shell has no keyboard of its own,
+    // so the keyboard is made here, with a key that does nothing, before any program needs it.
+    pressKeys(QStringLiteral("shift"));
+    const QDeadlineTimer deadline(30000);
+    while (!seatHasKeyboard()) {
+        if (deadline.hasExpired())
+            return false;
+        QTest::qWait(100);
+    }
+    return true;
 }
 
 void MutterInput::stop() {
@@ -69,7 +126,11 @@ bool MutterInput::notify(const QString& method, const QVariantList& arguments) {
 void MutterInput::moveTo(QPoint at) {
     // In two steps, as a hand moves: the window under the pointer gets an enter and then a
     // motion.
-    for (const QPoint step : {at - QPoint(4, 0), at}) {
+    for (QPoint step : {at - QPoint(4, 0), at}) {
+        // mutter stops the pointer at the screen's edges: a place past them would leave the
+        // pointer elsewhere than believed, and every later click off by as much.
+        step = QPoint(std::clamp(step.x(), 0, m_screen.width() - 1),
+                      std::clamp(step.y(), 0, m_screen.height() - 1));
         const QPoint by = step - m_pointer;
         notify(QStringLiteral("NotifyPointerMotionRelative"), {double(by.x()), double(by.y())});
         m_pointer = step;

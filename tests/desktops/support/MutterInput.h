@@ -20,7 +20,7 @@ public:
     MutterInput& operator=(const MutterInput&) = delete;
 
     // Starts the session on a screen of that size, with the pointer at its bottom right corner
-    // (away from the hot corner at the top left).
+    // (away from the hot corner at the top left) and a keyboard that programs have been given.
     bool start(QSize screen);
     void stop();
 
@@ -36,6 +36,7 @@ private:
 
     QDBusConnection m_bus;
     QString m_session;
+    QSize m_screen;
     // Where the pointer is: the session moves it by relative motions only (absolute ones need
     // a screen cast stream, and so PipeWire).
     QPoint m_pointer;
