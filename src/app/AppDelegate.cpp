@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "config/SettingsNotifier.h"
+#include "service/HttpSession.h"
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
@@ -17,7 +18,9 @@ AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, 
     , m_environment(std::move(environment))
     , m_timings(std::move(timings)) {}
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate() {
+    HttpSession::keepConnectionsWhile({});
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     // The settings window talks to the same service as the menu.
@@ -26,6 +29,10 @@ void AppDelegate::applicationDidFinishLaunching() {
     QApplication::setWindowIcon(StatusItem::dropIcon());
     m_colorScheme = std::make_unique<ColorSchemeFollower>();
     m_statusItem = std::make_unique<StatusItem>();
+    // The next submenu a person opens reuses the connection; an idle program keeps none.
+    HttpSession::keepConnectionsWhile([this] { return m_statusItem->isMenuOpen(); });
+    connect(m_statusItem.get(), &StatusItem::menuClosed, this,
+            &HttpSession::closeIdleConnections);
     // The font is chosen just before the first text is shown (a menu, the settings, an alert),
     // not at the start: finding the default font's family reads fontconfig's configuration and
     // fills Qt's font database, 10 MB of memory with the fonts of a desktop installation, which
@@ -39,6 +46,11 @@ void AppDelegate::applicationDidFinishLaunching() {
     chooseMenu(AppConfig::load());
     // Asking the system bus is no business of the start-up either.
     QTimer::singleShot(0, this, &AppDelegate::watchForReloads);
+    // Nor is the colour preference, asked once the icon is in place: asking the settings portal
+    // starts the desktop portal's programs where none runs yet (half a dozen on a GNOME or KDE
+    // installation), which would compete with the tray for the processor.
+    QTimer::singleShot(colourPreferenceDelay, m_colorScheme.get(),
+                       &ColorSchemeFollower::readPreference);
 }
 
 void AppDelegate::watchForReloads() {

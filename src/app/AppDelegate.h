@@ -11,6 +11,7 @@
 
 #include <QObject>
 
+#include <chrono>
 #include <memory>
 
 // The application shell: the tray icon, the choice between the setup menu and the bookmark
@@ -18,6 +19,9 @@
 class AppDelegate : public QObject {
     Q_OBJECT
 public:
+    // The desktop's light or dark preference is asked this long after the launch.
+    static constexpr std::chrono::milliseconds colourPreferenceDelay{1000};
+
     explicit AppDelegate(Environment environment = {}, MenuManager::Timings timings = {},
                          QObject* parent = nullptr);
     ~AppDelegate() override;
@@ -26,7 +30,7 @@ public:
     void applicationDidFinishLaunching();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
-    // Follows the desktop's light or dark preference from launch on.
+    // Follows the desktop's light or dark preference, read soon after launch.
     ColorSchemeFollower* colorScheme() const { return m_colorScheme.get(); }
     // The newest menu manager; none before the first start with a token.
     MenuManager* menuManager() const { return m_menuManager.get(); }
