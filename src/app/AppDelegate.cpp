@@ -31,8 +31,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_statusItem = std::make_unique<StatusItem>();
     // The next submenu a person opens reuses the connection; an idle program keeps none.
     HttpSession::keepConnectionsWhile([this] { return m_statusItem->isMenuOpen(); });
-    connect(m_statusItem.get(), &StatusItem::menuClosed, this,
-            &HttpSession::closeIdleConnections);
+    connect(m_statusItem.get(), &StatusItem::menuClosed, this, &HttpSession::closeIdleConnections);
     // The font is chosen just before the first text is shown (a menu, the settings, an alert),
     // not at the start: finding the default font's family reads fontconfig's configuration and
     // fills Qt's font database, 10 MB of memory with the fonts of a desktop installation, which

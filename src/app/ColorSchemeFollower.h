@@ -9,8 +9,8 @@ class QDBusMessage;
 // Gives Quillmar's own menus and windows the desktop's light or dark look. Qt 6.4 takes its
 // palette from the platform theme only, which stays light under GNOME's dark style; the desktop
 // states its preference in the settings portal ("org.freedesktop.appearance" "color-scheme").
-// The preference is read once, soon after start, and followed as it changes; where the platform theme's
-// palette already matches it, that palette is kept, otherwise a built-in one is used.
+// The preference is read once, soon after start, and followed as it changes; where the platform
+// theme's palette already matches it, that palette is kept, otherwise a built-in one is used.
 class ColorSchemeFollower : public QObject {
     Q_OBJECT
 public:

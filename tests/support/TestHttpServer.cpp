@@ -200,7 +200,10 @@ bool TestHttpServer::waitForRequests(int count, std::chrono::milliseconds timeou
 void TestHttpServer::onConnection() {
     while (QTcpSocket* socket = m_server->nextPendingConnection()) {
         socket->setParent(this);
+        ++m_acceptedConnections;
+        ++m_openConnections;
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadable(socket); });
+        connect(socket, &QTcpSocket::disconnected, this, [this] { --m_openConnections; });
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         if (socket->bytesAvailable() > 0)
             onReadable(socket);

@@ -86,6 +86,9 @@ public:
     void setRefusing(bool refusing);
     // Connections that the client closed or that the server saw end early.
     int abortedConnections() const { return m_abortedConnections; }
+    // Connections taken so far, and those of them still open.
+    int acceptedConnections() const { return m_acceptedConnections; }
+    int openConnections() const { return m_openConnections; }
 
 Q_SIGNALS:
     void requestReceived(const TestHttpServer::Request& request);
@@ -111,4 +114,6 @@ private:
     Handler m_fallback;
     QList<Request> m_requests;
     int m_abortedConnections = 0;
+    int m_acceptedConnections = 0;
+    int m_openConnections = 0;
 };
