@@ -51,6 +51,7 @@ private:
     void preferColourEmoji();
     void watchForReloads();
     void reloadIfOutdated();
+    void returnFreedMemory();
 
     Environment m_environment;
     MenuManager::Timings m_timings;
