@@ -56,13 +56,6 @@ void copy(const QString& text) {
 // Whether "📋 Add Clipboard URL" is offered: when the clipboard holds an address, and when it
 // cannot be read now (Wayland shows it only to the program with the focus, which a panel's
 // open menu keeps), so that the item is there and reads it when chosen.
-bool offersClipboardItem(bool panelMenuOpen) {
-    if (panelMenuOpen && !SystemClipboard::readableInBackground())
-        return true;
-    const std::optional<QString> text = SystemClipboard::text();
-    return !text || ClipboardURL::extract(*text).has_value();
-}
-
 // Whether the reply failed before a whole answer arrived. Qt reports the HTTP statuses of
 // 400 and above as errors of its own (most 4xx as 201..299, 400 and 418 as a protocol error,
 // 407 as a proxy error, 5xx as 401..499); those pages were answered, and their titles count.
@@ -206,6 +199,7 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
     // when its menu takes the focus, just after the menu opened; on X11 a change that came just
     // before the menu opened is told a moment later.
     SystemClipboard::whenChanged(this, [this] {
+        m_clipboardOffer.reset();
         if (QMenu* menu = m_statusItem->menu(); menu && m_statusItem->isMenuOpen())
             menuWillOpen(menu);
     });
@@ -276,7 +270,7 @@ QCoro::Task<> MenuManager::buildFullMenu() {
     const QSet<QString> pinnedTags(m_config.pinnedTags.cbegin(), m_config.pinnedTags.cend());
 
     QAction* addClipboardItem = menu->addAction(u"📋 Add Clipboard URL"_s);
-    addClipboardItem->setEnabled(offersClipboardItem(m_statusItem->isPanelMenuOpen()));
+    addClipboardItem->setEnabled(offersClipboardItem());
     connect(addClipboardItem, &QAction::triggered, this, &MenuManager::addClipboardURL);
     menu->addAction(lazySubmenuItem(
         menu.get(), u"🕐 Recent"_s,
@@ -561,7 +555,21 @@ void MenuManager::menuWillHighlight(QAction* item) {
 void MenuManager::menuWillOpen(QMenu* menu) {
     if (menu != m_statusItem->menu() || !m_addClipboardItem)
         return;
-    m_addClipboardItem->setEnabled(offersClipboardItem(m_statusItem->isPanelMenuOpen()));
+    m_addClipboardItem->setEnabled(offersClipboardItem());
+}
+
+bool MenuManager::offersClipboardItem() {
+    if (m_statusItem->isPanelMenuOpen() && !SystemClipboard::readableInBackground())
+        return true;
+    // Where every change is told, the clipboard is read again only after one: reading it costs
+    // round trips to the display server and the program that holds it, before the menu shows.
+    if (m_clipboardOffer)
+        return *m_clipboardOffer;
+    const std::optional<QString> text = SystemClipboard::text();
+    const bool offer = !text || ClipboardURL::extract(*text).has_value();
+    if (text && SystemClipboard::announcesEveryChange())
+        m_clipboardOffer = offer;
+    return offer;
 }
 
 std::optional<QString> MenuManager::clipboardURL() const {

@@ -93,6 +93,9 @@ public:
     // One update check that speaks only about a version not yet announced.
     QCoro::Task<> checkForUpdatesSilently();
 
+    // Whether "📋 Add Clipboard URL" is enabled: the clipboard holds an address, or it cannot be
+    // read now (it is read again when chosen).
+    bool offersClipboardItem();
     // The web address on the clipboard's plain text, if any.
     std::optional<QString> clipboardURL() const;
     // The title of the page at url; none when it cannot be read in time or has no title.
@@ -150,6 +153,8 @@ private:
     bool m_reloadAfterBuild = false;
     bool m_refreshWaiting = false;
     QPointer<QAction> m_addClipboardItem;
+    // What offersClipboardItem found, kept until the clipboard changes.
+    std::optional<bool> m_clipboardOffer;
     QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;
     SubmenuPlacement m_submenuPlacement;
