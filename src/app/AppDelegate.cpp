@@ -13,10 +13,6 @@
 #include <QPointer>
 #include <QTimer>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
 AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, QObject* parent)
     : QObject(parent)
     , m_environment(std::move(environment))
@@ -43,9 +39,6 @@ void AppDelegate::applicationDidFinishLaunching() {
     // shown above, before this.)
     connect(m_statusItem.get(), &StatusItem::menuChanged, this,
             &AppDelegate::preferColourEmojiBeforeShown);
-    // Queued: the menu it replaces and the answers it was built from are freed first.
-    connect(m_statusItem.get(), &StatusItem::menuChanged, this, &AppDelegate::returnFreedMemory,
-            Qt::QueuedConnection);
     qApp->installEventFilter(this);
     connect(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged, this,
             &AppDelegate::settingsChanged);
@@ -65,14 +58,6 @@ void AppDelegate::watchForReloads() {
             &AppDelegate::reloadIfOutdated);
     m_resumeWatcher = std::make_unique<ResumeWatcher>();
     connect(m_resumeWatcher.get(), &ResumeWatcher::resumed, this, &AppDelegate::reloadIfOutdated);
-}
-
-void AppDelegate::returnFreedMemory() {
-#if defined(__GLIBC__)
-    // glibc keeps what a process frees for its next allocations; after a full build (a megabyte
-    // of answers read and a menu replaced) that memory would stay resident all day.
-    malloc_trim(0);
-#endif
 }
 
 void AppDelegate::reloadIfOutdated() {

@@ -51,7 +51,6 @@ private:
     void preferColourEmoji();
     void watchForReloads();
     void reloadIfOutdated();
-    void returnFreedMemory();
 
     Environment m_environment;
     MenuManager::Timings m_timings;
