@@ -6,6 +6,9 @@
 //   bench_quillmar build API_BASE   the network floor and full builds of the menu, and the
 //                                   warmed pinned submenu opened
 //   bench_quillmar soak API_BASE    1,000 refreshes: resident memory and the objects left
+//   bench_quillmar menu API_BASE FILE  writes the full menu's items to FILE, for the floor
+//   bench_quillmar reload API_BASE  as start, printing "full" or "failed" for each full menu; each
+//                                   SIGUSR1 moves its clock 400 seconds on, as a suspend does
 #include "BenchService.h"
 
 #include "app/AppDelegate.h"
@@ -13,6 +16,7 @@
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
+#include "menu/BootClock.h"
 #include "menu/LazyMenuDelegate.h"
 #include "menu/MenuManager.h"
 #include "service/HttpSession.h"
@@ -24,6 +28,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QHash>
+#include <QKeySequence>
 #include <QMenu>
 #include <QMutex>
 #include <QNetworkReply>
@@ -36,6 +41,8 @@
 #include <QUrlQuery>
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <malloc.h>
 #include <unistd.h>
@@ -239,6 +246,80 @@ int start(int argc, char* argv[]) {
     return QApplication::exec();
 }
 
+// The time the machine slept, as far as the program can tell: SIGUSR1 adds 400 seconds.
+std::atomic<long long> sleptSeconds{0};
+
+void sleptAgain(int) {
+    sleptSeconds += 400;
+}
+
+int reload(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    std::signal(SIGUSR1, sleptAgain);
+    MenuManager::Timings timings;
+    timings.bootClock = [] {
+        return BootClock::now() + std::chrono::seconds(sleptSeconds.load());
+    };
+    Application quillmar(environmentFor(QString::fromLocal8Bit(argv[2])),
+                         QDBusConnection::sessionBus(), timings);
+    if (!quillmar.start()) {
+        std::puts("error another Quillmar runs");
+        return 1;
+    }
+    QTimer::singleShot(0, &quillmar, [&quillmar] {
+        QObject::connect(quillmar.delegate()->statusItem(), &StatusItem::menuChanged,
+                         [](QMenu* menu) {
+                             if (!isFull(menu))
+                                 return;
+                             const QList<QAction*> actions = menu->actions();
+                             const bool failed =
+                                 std::any_of(actions.cbegin(), actions.cend(), [](QAction* item) {
+                                     return item->text().startsWith(u"Failed to load"_s);
+                                 });
+                             std::puts(failed ? "failed" : "full");
+                             std::fflush(stdout);
+                         });
+    });
+    return QApplication::exec();
+}
+
+// One line per item: depth, kind, "on" or "off", the key sequence and the text, tab-separated.
+void writeItems(QFile& file, const QMenu* menu, int depth) {
+    const QList<QAction*> actions = menu->actions();
+    for (const QAction* action : actions) {
+        // The entries of the collections and tags get their submenus when highlighted.
+        const bool hasSubmenu = action->menu() || menu->property("submenusOnDemand").toBool();
+        const char* kind = action->isSeparator() ? "separator" : hasSubmenu ? "submenu" : "item";
+        file.write(QByteArray::number(depth) + '\t' + kind + '\t' +
+                   (action->isEnabled() ? "on" : "off") + '\t' +
+                   action->shortcut().toString(QKeySequence::PortableText).toUtf8() + '\t' +
+                   action->text().toUtf8() + '\n');
+        if (action->menu())
+            writeItems(file, action->menu(), depth + 1);
+    }
+}
+
+int menu(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    if (argc < 4) {
+        std::puts("error no file given");
+        return 1;
+    }
+    StatusItem statusItem;
+    MenuManager manager(&statusItem, benchConfig(), environmentFor(QString::fromLocal8Bit(argv[2])),
+                        quietTimings());
+    manager.buildInitialMenu();
+    manager.loadData();
+    const QMenu* full = waitForFullMenu(statusItem, nullptr);
+    QFile file(QString::fromLocal8Bit(argv[3]));
+    if (!full || !waitForWarmUp(*manager.api()) || !file.open(QIODevice::WriteOnly)) {
+        std::puts("error the menu did not come");
+        return 1;
+    }
+    writeItems(file, full, 0);
+    return 0;
+}
+
 int build(int argc, char* argv[]) {
     QApplication app(argc, argv);
     const QString apiBase = QString::fromLocal8Bit(argv[2]);
@@ -434,6 +515,11 @@ int main(int argc, char* argv[]) {
         return build(argc, argv);
     if (mode == "soak")
         return soak(argc, argv);
-    std::fprintf(stderr, "usage: %s start|build|soak API_BASE [ROUNDS]\n", argv[0]);
+    if (mode == "menu")
+        return menu(argc, argv);
+    if (mode == "reload")
+        return reload(argc, argv);
+    std::fprintf(stderr, "usage: %s start|build|soak|menu|reload API_BASE [ROUNDS|FILE]\n",
+                 argv[0]);
     return 2;
 }

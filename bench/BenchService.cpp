@@ -164,3 +164,14 @@ int BenchService::requestCount() const {
         Qt::BlockingQueuedConnection);
     return count;
 }
+
+void BenchService::setRefusing(const QString& apiBase, bool refusing) {
+    QMetaObject::invokeMethod(
+        m_context,
+        [this, &apiBase, refusing] {
+            for (TestHttpServer* server : std::as_const(m_servers))
+                if (apiBase.startsWith(server->baseUrl() + u"/"_s))
+                    server->setRefusing(refusing);
+        },
+        Qt::BlockingQueuedConnection);
+}

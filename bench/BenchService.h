@@ -38,6 +38,9 @@ public:
     QString serve(const Account& account);
     // How many requests all accounts have answered so far.
     int requestCount() const;
+    // The account at apiBase refuses every connection from now on, as a service out of reach, or
+    // takes them again.
+    void setRefusing(const QString& apiBase, bool refusing);
 
 private:
     QThread m_thread;

@@ -83,6 +83,7 @@ std::optional<TrayWatcher::TimePoint> TrayWatcher::waitForIcon(pid_t pid,
             if (reparent->parent == m_root || !belongsTo(reparent->window, pid))
                 continue;
             icon = reparent->window;
+            m_icon = icon;
             // From now on the icon reports its own mapping; it may already be shown.
             const uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
             xcb_change_window_attributes(m_connection, icon, XCB_CW_EVENT_MASK, &mask);

@@ -23,6 +23,8 @@ public:
     void reset();
     // When the icon of process pid was first seen on screen; none when not within timeout.
     std::optional<TimePoint> waitForIcon(pid_t pid, std::chrono::milliseconds timeout);
+    // The window of the icon waitForIcon saw last.
+    unsigned icon() const { return m_icon; }
 
 private:
     bool belongsTo(unsigned window, pid_t pid);
@@ -31,4 +33,5 @@ private:
     xcb_connection_t* m_connection = nullptr;
     unsigned m_root = 0;
     unsigned m_pidAtom = 0;
+    unsigned m_icon = 0;
 };

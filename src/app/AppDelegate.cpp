@@ -1,9 +1,11 @@
 #include "app/AppDelegate.h"
 
 #include "config/SettingsNotifier.h"
+#include "service/HttpSession.h"
 #include "settings/SettingsWindowController.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QFont>
 #include <QFontInfo>
 #include <QKeySequence>
@@ -16,7 +18,9 @@ AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, 
     , m_environment(std::move(environment))
     , m_timings(std::move(timings)) {}
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate() {
+    HttpSession::keepConnectionsWhile({});
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     // The settings window talks to the same service as the menu.
@@ -25,21 +29,80 @@ void AppDelegate::applicationDidFinishLaunching() {
     QApplication::setWindowIcon(StatusItem::dropIcon());
     m_colorScheme = std::make_unique<ColorSchemeFollower>();
     m_statusItem = std::make_unique<StatusItem>();
+    // The next submenu a person opens reuses the connection; an idle program keeps none.
+    HttpSession::keepConnectionsWhile([this] { return m_statusItem->isMenuOpen(); });
+    connect(m_statusItem.get(), &StatusItem::menuClosed, this, &HttpSession::closeIdleConnections);
+    // The font is chosen just before the first text is shown (a menu, the settings, an alert),
+    // not at the start: finding the default font's family reads fontconfig's configuration and
+    // fills Qt's font database, 10 MB of memory with the fonts of a desktop installation, which
+    // a program whose menu the panel draws may never need. (An XEmbed tray's icon window was
+    // shown above, before this.)
+    connect(m_statusItem.get(), &StatusItem::menuChanged, this,
+            &AppDelegate::preferColourEmojiBeforeShown);
+    qApp->installEventFilter(this);
     connect(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged, this,
             &AppDelegate::settingsChanged);
     chooseMenu(AppConfig::load());
-    // After the icon is up: the first font lookup reads fontconfig's configuration, a fifth of
-    // the start-up time, and no menu can open before the event loop runs again.
-    QTimer::singleShot(0, this, &AppDelegate::preferColourEmoji);
+    // Asking the system bus is no business of the start-up either.
+    QTimer::singleShot(0, this, &AppDelegate::watchForReloads);
+    // Nor is the colour preference, asked once the icon is in place: asking the settings portal
+    // starts the desktop portal's programs where none runs yet (half a dozen on a GNOME or KDE
+    // installation), which would compete with the tray for the processor.
+    QTimer::singleShot(colourPreferenceDelay, m_colorScheme.get(),
+                       &ColorSchemeFollower::readPreference);
+}
+
+void AppDelegate::watchForReloads() {
+    m_connectivityWatcher = std::make_unique<ConnectivityWatcher>();
+    connect(m_connectivityWatcher.get(), &ConnectivityWatcher::online, this,
+            &AppDelegate::reloadIfOutdated);
+    m_resumeWatcher = std::make_unique<ResumeWatcher>();
+    connect(m_resumeWatcher.get(), &ResumeWatcher::resumed, this, &AppDelegate::reloadIfOutdated);
+}
+
+void AppDelegate::reloadIfOutdated() {
+    // The setup menu has nothing to reload.
+    if (m_menuManager)
+        m_menuManager->reloadIfOutdated();
+}
+
+void AppDelegate::preferColourEmojiBeforeShown(QMenu* menu) {
+    // A menu is laid out after it announces that it is about to show, before it shows.
+    if (menu)
+        connect(menu, &QMenu::aboutToShow, this, &AppDelegate::preferColourEmoji);
+}
+
+bool AppDelegate::eventFilter(QObject* watched, QEvent* event) {
+    // Other windows are laid out again when their font changes.
+    if (event->type() == QEvent::Show && watched->isWidgetType() &&
+        static_cast<QWidget*>(watched)->isWindow())
+        preferColourEmoji();
+    return QObject::eventFilter(watched, event);
 }
 
 void AppDelegate::preferColourEmoji() {
+    if (m_colourEmojiPreferred)
+        return;
+    m_colourEmojiPreferred = true;
+    qApp->removeEventFilter(this);
+    disconnect(m_statusItem.get(), &StatusItem::menuChanged, this,
+               &AppDelegate::preferColourEmojiBeforeShown);
     // The menus' emoji come from the colour emoji font before any monochrome symbol font; symbols
-    // that font lacks (such as ⎘) still fall back to whichever font has them. Menus already made
-    // take the new font too.
+    // that font lacks (such as ⎘) still fall back to whichever font has them.
     QFont font = QApplication::font();
-    font.setFamilies({QFontInfo(font).family(), QStringLiteral("Noto Color Emoji")});
+    const QStringList families{QFontInfo(font).family(), QStringLiteral("Noto Color Emoji")};
+    font.setFamilies(families);
     QApplication::setFont(font);
+    // Windows made before (the menus, each a window of its own) keep the family they were made
+    // with: Qt 6.4 does not pass a new application font's families on to them.
+    const QWidgetList widgets = QApplication::allWidgets();
+    for (QWidget* widget : widgets) {
+        if (!widget->isWindow())
+            continue;
+        QFont windowFont = widget->font();
+        windowFont.setFamilies(families);
+        widget->setFont(windowFont);
+    }
 }
 
 void AppDelegate::chooseMenu(const AppConfig& config) {

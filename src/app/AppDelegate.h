@@ -1,7 +1,9 @@
 #pragma once
 
 #include "app/ColorSchemeFollower.h"
+#include "app/ConnectivityWatcher.h"
 #include "app/HotKeyManager.h"
+#include "app/ResumeWatcher.h"
 #include "app/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
@@ -9,6 +11,7 @@
 
 #include <QObject>
 
+#include <chrono>
 #include <memory>
 
 // The application shell: the tray icon, the choice between the setup menu and the bookmark
@@ -16,6 +19,9 @@
 class AppDelegate : public QObject {
     Q_OBJECT
 public:
+    // The desktop's light or dark preference is asked this long after the launch.
+    static constexpr std::chrono::milliseconds colourPreferenceDelay{1000};
+
     explicit AppDelegate(Environment environment = {}, MenuManager::Timings timings = {},
                          QObject* parent = nullptr);
     ~AppDelegate() override;
@@ -24,10 +30,16 @@ public:
     void applicationDidFinishLaunching();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
-    // Follows the desktop's light or dark preference from launch on.
+    // Follows the desktop's light or dark preference, read soon after launch.
     ColorSchemeFollower* colorScheme() const { return m_colorScheme.get(); }
     // The newest menu manager; none before the first start with a token.
     MenuManager* menuManager() const { return m_menuManager.get(); }
+    // What reloads an outdated menu; none until the event loop has run after the launch.
+    ConnectivityWatcher* connectivityWatcher() const { return m_connectivityWatcher.get(); }
+    ResumeWatcher* resumeWatcher() const { return m_resumeWatcher.get(); }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void showSetupPrompt();
@@ -35,7 +47,10 @@ private:
     void settingsChanged();
     void openSettings();
     void chooseMenu(const AppConfig& config);
+    void preferColourEmojiBeforeShown(QMenu* menu);
     void preferColourEmoji();
+    void watchForReloads();
+    void reloadIfOutdated();
 
     Environment m_environment;
     MenuManager::Timings m_timings;
@@ -44,4 +59,8 @@ private:
     std::unique_ptr<MenuManager> m_menuManager;
     // Created with the delegate and kept for the whole run, across every start.
     HotKeyManager m_hotKeyManager;
+    bool m_colourEmojiPreferred = false;
+    // The network coming back and the computer waking up reload an outdated menu.
+    std::unique_ptr<ConnectivityWatcher> m_connectivityWatcher;
+    std::unique_ptr<ResumeWatcher> m_resumeWatcher;
 };

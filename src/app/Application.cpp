@@ -8,9 +8,11 @@
 
 #include <utility>
 
-Application::Application(Environment environment, QDBusConnection bus, QObject* parent)
+Application::Application(Environment environment, QDBusConnection bus, MenuManager::Timings timings,
+                         QObject* parent)
     : QObject(parent)
     , m_environment(std::move(environment))
+    , m_timings(std::move(timings))
     , m_instance(std::move(bus))
     , m_desktopAdaptor(new DesktopApplicationAdaptor(&m_instance, m_instance.connection())) {
     QApplication::setApplicationName(QStringLiteral("Quillmar"));

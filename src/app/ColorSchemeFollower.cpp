@@ -39,10 +39,13 @@ ColorSchemeFollower::ColorSchemeFollower(QDBusConnection bus, QObject* parent)
     // has not yet registered its types, as in a process that has sent no message so far.
     m_bus.connect(portalService, portalPath, settingsInterface, u"SettingChanged"_s, this,
                   SLOT(settingChanged(QDBusMessage)));
+}
+
+void ColorSchemeFollower::readPreference() {
     QDBusMessage read =
         QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface, u"Read"_s);
     read << appearance << colorScheme;
-    // Not waited for: the tray icon comes first, and no window is open this early.
+    // Not waited for: the portal may first have to be started.
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(read), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this](QDBusPendingCallWatcher* call) {

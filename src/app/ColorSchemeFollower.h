@@ -9,8 +9,8 @@ class QDBusMessage;
 // Gives Quillmar's own menus and windows the desktop's light or dark look. Qt 6.4 takes its
 // palette from the platform theme only, which stays light under GNOME's dark style; the desktop
 // states its preference in the settings portal ("org.freedesktop.appearance" "color-scheme").
-// The preference is read once at start and followed as it changes; where the platform theme's
-// palette already matches it, that palette is kept, otherwise a built-in one is used.
+// The preference is read once, soon after start, and followed as it changes; where the platform
+// theme's palette already matches it, that palette is kept, otherwise a built-in one is used.
 class ColorSchemeFollower : public QObject {
     Q_OBJECT
 public:
@@ -18,9 +18,14 @@ public:
     enum class Preference { None = 0, Dark = 1, Light = 2 };
     Q_ENUM(Preference)
 
-    // Asks the portal on this bus; until it answers (or when there is none) nothing changes.
+    // Listens to the portal on this bus for changes; nothing changes until one is heard or
+    // readPreference() has its answer.
     explicit ColorSchemeFollower(QDBusConnection bus = QDBusConnection::sessionBus(),
                                  QObject* parent = nullptr);
+
+    // Asks the portal for the preference; where none runs yet, the bus starts it (and the desktop
+    // portal's own helpers with it).
+    void readPreference();
 
     Preference preference() const { return m_preference; }
 

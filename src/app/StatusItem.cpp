@@ -1,5 +1,6 @@
 #include "app/StatusItem.h"
 
+#include "app/DropIconEngine.h"
 #include "app/popup/MenuPopup.h"
 #include "app/tray/StatusNotifierItem.h"
 
@@ -13,13 +14,8 @@
 
 using namespace Qt::StringLiterals;
 
-static void initResources() {
-    Q_INIT_RESOURCE(quillmar);
-}
-
 QIcon StatusItem::dropIcon() {
-    initResources();
-    return QIcon(QStringLiteral(":/icons/quillmar.svg"));
+    return QIcon(new DropIconEngine);
 }
 
 StatusItem::StatusItem(QObject* parent)

@@ -5,6 +5,9 @@
 using namespace Qt::StringLiterals;
 
 std::optional<QString> ClipboardURL::extract(const QString& text) {
+    // Most clipboards hold no address at all: the matcher (and its compiler) is not needed then.
+    if (!text.contains(u"http"_s))
+        return std::nullopt;
     static const QRegularExpression pattern(u"https?://[^\\t\\n\\f\\r\\p{Z}]+"_s);
     // The matcher refuses text with a lone surrogate; a replacement character of the same
     // length (and no more white space than a surrogate) keeps every position.

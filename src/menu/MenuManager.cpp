@@ -56,13 +56,6 @@ void copy(const QString& text) {
 // Whether "📋 Add Clipboard URL" is offered: when the clipboard holds an address, and when it
 // cannot be read now (Wayland shows it only to the program with the focus, which a panel's
 // open menu keeps), so that the item is there and reads it when chosen.
-bool offersClipboardItem(bool panelMenuOpen) {
-    if (panelMenuOpen && !SystemClipboard::readableInBackground())
-        return true;
-    const std::optional<QString> text = SystemClipboard::text();
-    return !text || ClipboardURL::extract(*text).has_value();
-}
-
 // Whether the reply failed before a whole answer arrived. Qt reports the HTTP statuses of
 // 400 and above as errors of its own (most 4xx as 201..299, 400 and 418 as a protocol error,
 // 407 as a proxy error, 5xx as 401..499); those pages were answered, and their titles count.
@@ -175,6 +168,9 @@ QCoro::Task<QList<Raindrop>> fetchIfAlive(
     co_return co_await call(api);
 }
 
+// The only line of a bookmark submenu until its first load.
+const QString loading = u"Loading…"_s;
+
 void addHeader(QMenu* menu, const QString& title) {
     menu->addAction(title)->setEnabled(false);
 }
@@ -203,6 +199,7 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
     // when its menu takes the focus, just after the menu opened; on X11 a change that came just
     // before the menu opened is told a moment later.
     SystemClipboard::whenChanged(this, [this] {
+        m_clipboardOffer.reset();
         if (QMenu* menu = m_statusItem->menu(); menu && m_statusItem->isMenuOpen())
             menuWillOpen(menu);
     });
@@ -242,9 +239,26 @@ void MenuManager::refresh() {
     loadData();
 }
 
+void MenuManager::reloadIfOutdated() {
+    if (m_buildsInFlight > 0) {
+        m_reloadAfterBuild = true;
+        return;
+    }
+    // Under an open menu, the refresh waits until it closes.
+    if (isOutdated())
+        refresh();
+}
+
+bool MenuManager::isOutdated() const {
+    return !m_lastBuildStart || m_lastBuildFailed ||
+           m_timings.bootClock() - *m_lastBuildStart > m_timings.refreshInterval;
+}
+
 QCoro::Task<> MenuManager::buildFullMenu() {
     // Nothing below touches this manager after a suspension without checking that it lives.
     const QPointer<MenuManager> self(this);
+    const std::chrono::nanoseconds startedAt = m_timings.bootClock();
+    ++m_buildsInFlight;
     const std::shared_ptr<RaindropAPI> api = m_api;
     // Owned here until it is attached; dropped with the coroutine when the build is abandoned.
     auto menu = std::make_unique<QMenu>();
@@ -256,7 +270,7 @@ QCoro::Task<> MenuManager::buildFullMenu() {
     const QSet<QString> pinnedTags(m_config.pinnedTags.cbegin(), m_config.pinnedTags.cend());
 
     QAction* addClipboardItem = menu->addAction(u"📋 Add Clipboard URL"_s);
-    addClipboardItem->setEnabled(offersClipboardItem(m_statusItem->isPanelMenuOpen()));
+    addClipboardItem->setEnabled(offersClipboardItem());
     connect(addClipboardItem, &QAction::triggered, this, &MenuManager::addClipboardURL);
     menu->addAction(lazySubmenuItem(
         menu.get(), u"🕐 Recent"_s,
@@ -343,34 +357,35 @@ QCoro::Task<> MenuManager::buildFullMenu() {
 
         if (!otherCollections.isEmpty()) {
             menu->addSeparator();
-            auto* submenu = newSubmenu(u"📁 Collections"_s, menu.get());
+            auto* submenu =
+                newEntryMenu(u"📁 Collections"_s, menu.get(), [](const QVariant& entry) -> ApiFetch {
+                    return [id = entry.toLongLong()](const std::shared_ptr<RaindropAPI>& a) {
+                        return a->fetchBookmarks(id);
+                    };
+                });
             for (const Collection& collection : std::as_const(otherCollections)) {
-                const qint64 id = collection.id;
                 const QString title =
                     collection.count < 1
                         ? collection.title
                         : collection.title + u"  ("_s + QString::number(collection.count) + u")"_s;
-                submenu->addAction(lazySubmenuItem(
-                    submenu, title, weakFetch([id](const std::shared_ptr<RaindropAPI>& a) {
-                        return a->fetchBookmarks(id);
-                    }),
-                    delegates));
+                submenu->addAction(MenuText::escaped(title))->setData(collection.id);
             }
             menu->addMenu(submenu);
         }
 
         if (!otherTags.isEmpty()) {
             menu->addSeparator();
-            auto* submenu = newSubmenu(u"🏷 Tags"_s, menu.get());
-            for (const Tag& tag : otherTags.first(qMin<qsizetype>(otherTags.size(), tagLimit))) {
-                const QString name = tag.name;
-                submenu->addAction(lazySubmenuItem(
-                    submenu, u"#"_s + name + u"  ("_s + QString::number(tag.count) + u")"_s,
-                    weakFetch([name](const std::shared_ptr<RaindropAPI>& a) {
+            auto* submenu =
+                newEntryMenu(u"🏷 Tags"_s, menu.get(), [](const QVariant& entry) -> ApiFetch {
+                    return [name = entry.toString()](const std::shared_ptr<RaindropAPI>& a) {
                         return a->fetchBookmarksByTag(name);
-                    }),
-                    delegates));
-            }
+                    };
+                });
+            for (const Tag& tag : otherTags.first(qMin<qsizetype>(otherTags.size(), tagLimit)))
+                submenu
+                    ->addAction(MenuText::escaped(u"#"_s + tag.name + u"  ("_s +
+                                                  QString::number(tag.count) + u")"_s))
+                    ->setData(tag.name);
             menu->addMenu(submenu);
         }
     }
@@ -384,6 +399,14 @@ QCoro::Task<> MenuManager::buildFullMenu() {
     m_lazyDelegates = delegates;
     m_addClipboardItem = addClipboardItem;
     m_statusItem->setMenu(full);
+
+    --m_buildsInFlight;
+    m_lastBuildStart = startedAt;
+    m_lastBuildFailed = !favourites || !collections || !tags;
+    if (m_reloadAfterBuild && m_buildsInFlight == 0) {
+        m_reloadAfterBuild = false;
+        reloadIfOutdated();
+    }
 }
 
 void MenuManager::appendFooter(QMenu* menu) {
@@ -413,11 +436,37 @@ QMenu* MenuManager::newSubmenu(const QString& title, QMenu* parent) {
     return submenu;
 }
 
+LazyEntryMenu* MenuManager::newEntryMenu(const QString& title, QMenu* parent,
+                                         std::function<ApiFetch(const QVariant&)> fetchFor) {
+    // An entry carries what its fetch needs (a collection's id, a tag's name) as its data.
+    auto makeSubmenu = [manager = QPointer<MenuManager>(this), fetchFor](QAction* entry) {
+        if (manager)
+            entry->setMenu(
+                manager->lazySubmenu(entry, manager->weakFetch(fetchFor(entry->data()))));
+    };
+    auto* menu = new LazyEntryMenu(title, loading, makeSubmenu, parent);
+    m_submenuPlacement.watch(menu);
+    return menu;
+}
+
 QAction* MenuManager::lazySubmenuItem(QMenu* parent, const QString& title,
                                       LazyMenuDelegate::Fetch fetch,
                                       QList<std::shared_ptr<LazyMenuDelegate>>& delegates) {
     auto* submenu = newSubmenu(MenuText::escaped(title), parent);
-    submenu->addAction(u"Loading…"_s)->setEnabled(false);
+    delegates.append(makeLazy(submenu, std::move(fetch)));
+    return submenu->menuAction();
+}
+
+QMenu* MenuManager::lazySubmenu(QAction* entry, LazyMenuDelegate::Fetch fetch) {
+    auto* submenu = newSubmenu(entry->text(), qobject_cast<QMenu*>(entry->parent()));
+    // Made after the build, it belongs to the menu that is attached (only that one shows).
+    m_lazyDelegates.append(makeLazy(submenu, std::move(fetch)));
+    return submenu;
+}
+
+std::shared_ptr<LazyMenuDelegate> MenuManager::makeLazy(QMenu* submenu,
+                                                        LazyMenuDelegate::Fetch fetch) {
+    submenu->addAction(loading)->setEnabled(false);
     auto populate = [manager = QPointer<MenuManager>(this)](QMenu* menu,
                                                             const QList<Raindrop>& bookmarks) {
         if (!manager)
@@ -428,8 +477,7 @@ QAction* MenuManager::lazySubmenuItem(QMenu* parent, const QString& title,
     auto delegate = std::make_shared<LazyMenuDelegate>(std::move(fetch), std::move(populate),
                                                        m_timings.staleness, m_timings.clock);
     delegate->attach(submenu);
-    delegates.append(delegate);
-    return submenu->menuAction();
+    return delegate;
 }
 
 LazyMenuDelegate::Fetch MenuManager::weakFetch(ApiFetch call) {
@@ -507,7 +555,21 @@ void MenuManager::menuWillHighlight(QAction* item) {
 void MenuManager::menuWillOpen(QMenu* menu) {
     if (menu != m_statusItem->menu() || !m_addClipboardItem)
         return;
-    m_addClipboardItem->setEnabled(offersClipboardItem(m_statusItem->isPanelMenuOpen()));
+    m_addClipboardItem->setEnabled(offersClipboardItem());
+}
+
+bool MenuManager::offersClipboardItem() {
+    if (m_statusItem->isPanelMenuOpen() && !SystemClipboard::readableInBackground())
+        return true;
+    // Where every change is told, the clipboard is read again only after one: reading it costs
+    // round trips to the display server and the program that holds it, before the menu shows.
+    if (m_clipboardOffer)
+        return *m_clipboardOffer;
+    const std::optional<QString> text = SystemClipboard::text();
+    const bool offer = !text || ClipboardURL::extract(*text).has_value();
+    if (text && SystemClipboard::announcesEveryChange())
+        m_clipboardOffer = offer;
+    return offer;
 }
 
 std::optional<QString> MenuManager::clipboardURL() const {

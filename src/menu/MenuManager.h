@@ -2,6 +2,8 @@
 
 #include "config/AppConfig.h"
 #include "config/Environment.h"
+#include "menu/BootClock.h"
+#include "menu/LazyEntryMenu.h"
 #include "menu/LazyMenuDelegate.h"
 #include "menu/SubmenuPlacement.h"
 #include "service/Raindrop.h"
@@ -46,6 +48,8 @@ public:
         Clock clock = [] {
             return std::chrono::steady_clock::now();
         };
+        // Measures the age of the last full build, the time the machine slept included.
+        std::function<std::chrono::nanoseconds()> bootClock = &BootClock::now;
     };
 
     // The Tags submenu shows no more than this many tags.
@@ -62,6 +66,11 @@ public:
     // Forgets every cached list and loaded submenu, then rebuilds; once the menu has closed,
     // when it is open.
     void refresh();
+    // The network came back or the computer woke up: refreshes as the refresh timer does when
+    // the last full build failed or is older than the refresh interval, and does nothing
+    // otherwise. While a build runs it starts none (it looks again once that build is attached),
+    // and while the menu is open the refresh waits until the menu has closed.
+    void reloadIfOutdated();
     // The attached menu is about to open: "📋 Add Clipboard URL" follows the clipboard.
     void menuWillOpen(QMenu* menu);
     // The highlight of the top-level menu moved to item (none: it left every item). An item
@@ -84,6 +93,9 @@ public:
     // One update check that speaks only about a version not yet announced.
     QCoro::Task<> checkForUpdatesSilently();
 
+    // Whether "📋 Add Clipboard URL" is enabled: the clipboard holds an address, or it cannot be
+    // read now (it is read again when chosen).
+    bool offersClipboardItem();
     // The web address on the clipboard's plain text, if any.
     std::optional<QString> clipboardURL() const;
     // The title of the page at url; none when it cannot be read in time or has no title.
@@ -103,11 +115,19 @@ private:
         std::function<QCoro::Task<QList<Raindrop>>(const std::shared_ptr<RaindropAPI>&)>;
 
     QCoro::Task<> buildFullMenu();
+    bool isOutdated() const;
     void appendFooter(QMenu* menu);
     // Every submenu of the menu is made here, so that each one is placed beside its parent.
     QMenu* newSubmenu(const QString& title, QMenu* parent);
+    // The "Collections" and "Tags" submenus, whose entries get their submenus when highlighted.
+    LazyEntryMenu* newEntryMenu(const QString& title, QMenu* parent,
+                                std::function<ApiFetch(const QVariant&)> fetchFor);
     QAction* lazySubmenuItem(QMenu* parent, const QString& title, LazyMenuDelegate::Fetch fetch,
                              QList<std::shared_ptr<LazyMenuDelegate>>& delegates);
+    // The submenu of an entry of a LazyEntryMenu, made when it is first highlighted.
+    QMenu* lazySubmenu(QAction* entry, LazyMenuDelegate::Fetch fetch);
+    // Gives submenu its "Loading…" line and a delegate that fills it.
+    std::shared_ptr<LazyMenuDelegate> makeLazy(QMenu* submenu, LazyMenuDelegate::Fetch fetch);
     void addBookmarkItem(const Raindrop& bookmark, QMenu* menu);
     QAction* addBookmarkAction(QMenu* menu, const QString& title, const QVariant& bookmark,
                                void (MenuManager::*action)(QAction*));
@@ -125,8 +145,16 @@ private:
     QTimer m_prefetchTimer;
     std::weak_ptr<LazyMenuDelegate> m_prefetchTarget;
     QTimer m_refreshTimer;
+    // The full builds under way, when the last one attached began and whether it failed.
+    int m_buildsInFlight = 0;
+    std::optional<std::chrono::nanoseconds> m_lastBuildStart;
+    bool m_lastBuildFailed = false;
+    // A reload asked for while a build ran.
+    bool m_reloadAfterBuild = false;
     bool m_refreshWaiting = false;
     QPointer<QAction> m_addClipboardItem;
+    // What offersClipboardItem found, kept until the clipboard changes.
+    std::optional<bool> m_clipboardOffer;
     QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;
     SubmenuPlacement m_submenuPlacement;

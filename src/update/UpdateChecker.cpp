@@ -12,6 +12,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSettings>
+#include <QTimer>
 
 #include <memory>
 
@@ -95,8 +96,12 @@ QCoro::Task<std::optional<UpdateManifest>> UpdateChecker::fetchManifest(Check ch
         HttpSession::shared().get(request), [](QNetworkReply* r) { r->deleteLater(); });
     QNetworkReply* raw = reply.get();
     // A whole-answer deadline rather than an idle time-out: a server that sends a byte now and
-    // then must not hold the check either.
-    QTimer::singleShot(check.fetchTimeout, raw, &QNetworkReply::abort);
+    // then must not hold the check either. A child of the reply, so that it goes with the reply
+    // instead of waking the program when it falls due.
+    auto* deadline = new QTimer(raw);
+    deadline->setSingleShot(true);
+    QObject::connect(deadline, &QTimer::timeout, raw, &QNetworkReply::abort);
+    deadline->start(check.fetchTimeout);
     QObject::connect(raw, &QNetworkReply::downloadProgress, raw, [raw](qint64 received) {
         if (received > maximumManifestSize)
             raw->abort();

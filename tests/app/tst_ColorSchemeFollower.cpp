@@ -43,11 +43,12 @@ class tst_ColorSchemeFollower : public QObject {
     std::unique_ptr<QMenu> m_menu;
     QString m_appConnection;
 
-    // Quillmar's side of the bus, as the program makes it at launch.
+    // Quillmar's side of the bus, as the program makes it soon after launch.
     void follow() {
         m_appConnection = u"app%1"_s.arg(++m_connections);
         m_follower = std::make_unique<ColorSchemeFollower>(
             QDBusConnection::connectToBus(m_bus.address(), m_appConnection));
+        m_follower->readPreference();
     }
     void startPortal(std::optional<uint> colorScheme) {
         m_portal = std::make_unique<FakeSettingsPortal>(m_bus.address());

@@ -4,6 +4,7 @@
 #include "TestStatusNotifierHost.h"
 
 #include "app/tray/DBusMenuExporter.h"
+#include "menu/LazyEntryMenu.h"
 
 #include <QAction>
 #include <QDBusConnection>
@@ -104,6 +105,10 @@ private Q_SLOTS:
     void unreadMenuNeedsUpdateAndAnnouncementFollows();
     void kindsAreToldOnceToPanelsReadingKindsAlone();
     void panelOpenStateFollowsItsEvents();
+    void entriesMadeOnDemandAreSubmenusWithAStandIn();
+    void standInAnswersLikeAnEntry();
+    void aboutToShowMakesTheSubmenu();
+    void openedEventMakesTheSubmenu();
     void submenusBeyondReadingAreAnnounced();
 
 private:
@@ -801,6 +806,102 @@ void tst_DBusMenuExporter::panelOpenStateFollowsItsEvents() {
     QTRY_COMPARE(closed.size(), 2);
     QCOMPARE(triggered.size(), 1);
     QVERIFY(!published.exporter.isMenuOpen());
+}
+
+namespace {
+
+// "Collections" with two entries whose submenus are made when highlighted, each holding
+// "Loading…" as made.
+struct OnDemand {
+    OnDemand() {
+        collections = new LazyEntryMenu(
+            u"📁 Collections"_s, u"Loading…"_s,
+            [this](QAction* entry) {
+                ++made;
+                auto* submenu = new QMenu(entry->text(), collections);
+                submenu->addAction(u"Loading…"_s)->setEnabled(false);
+                entry->setMenu(submenu);
+            },
+            &root);
+        reading = collections->addAction(u"Reading  (3)"_s);
+        later = collections->addAction(u"Later  (1)"_s);
+        root.addMenu(collections);
+    }
+
+    QMenu root;
+    LazyEntryMenu* collections = nullptr;
+    QAction* reading = nullptr;
+    QAction* later = nullptr;
+    int made = 0;
+};
+
+} // namespace
+
+void tst_DBusMenuExporter::entriesMadeOnDemandAreSubmenusWithAStandIn() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    QVERIFY(published.isRegistered());
+    const Node layout = published.layout();
+    const Node& collections = layout.children.value(0);
+    QCOMPARE(collections.children.size(), 2);
+    for (const Node& entry : collections.children) {
+        QVERIFY(entry.hasSubmenu());
+        QCOMPARE(entry.children.size(), 1);
+        QCOMPARE(entry.children[0].label(), u"Loading…"_s);
+        QVERIFY(!entry.children[0].isEnabled());
+    }
+    // Reading the whole menu made no submenu.
+    QCOMPARE(menu.made, 0);
+    QVERIFY(!menu.reading->menu());
+    // The stand-in keeps its id from one reading to the next.
+    QCOMPARE(published.layout().children[0].children[0].children[0].id,
+             collections.children[0].children[0].id);
+}
+
+void tst_DBusMenuExporter::standInAnswersLikeAnEntry() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    const int standIn = published.layout().children[0].children[0].children[0].id;
+    QCOMPARE(published.host().property(standIn, u"label"_s).toString(), u"Loading…"_s);
+    QCOMPARE(published.host().property(standIn, u"enabled"_s).toBool(), false);
+    // A click or a highlight of it is no error, and does nothing.
+    QCOMPARE(published.host().eventGroup({{standIn, u"clicked"_s}, {standIn, u"hovered"_s}}),
+             std::optional<QList<int>>(QList<int>()));
+    QCOMPARE(menu.made, 0);
+}
+
+void tst_DBusMenuExporter::aboutToShowMakesTheSubmenu() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    const Node layout = published.layout();
+    const int reading = layout.children[0].children[0].id;
+    // Made as the panel is about to show it: the panel reads it again, and finds what its
+    // stand-in showed.
+    QCOMPARE(published.host().aboutToShow(reading), std::optional<bool>(true));
+    QCOMPARE(menu.made, 1);
+    QVERIFY(menu.reading->menu());
+    QVERIFY(!menu.later->menu());
+    const Node submenu = published.host().layout(reading).value_or(Node());
+    QVERIFY(submenu.hasSubmenu());
+    QCOMPARE(submenu.shownLabels(), QStringList{u"Loading…"_s});
+    // "Collections" and its entries did not change for the panel.
+    published.settle();
+    for (const auto& [revision, parent] : published.host().layoutUpdates())
+        QCOMPARE_NE(parent, layout.children[0].id);
+    QCOMPARE(published.layout().children[0].children.size(), 2);
+    // Shown again: it was made already.
+    QCOMPARE(published.host().aboutToShow(reading), std::optional<bool>(false));
+    QCOMPARE(menu.made, 1);
+}
+
+void tst_DBusMenuExporter::openedEventMakesTheSubmenu() {
+    OnDemand menu;
+    Published published(m_bus->address(), &menu.root);
+    const int later = published.layout().children[0].children[1].id;
+    QVERIFY(published.host().event(later, u"opened"_s));
+    QCOMPARE(menu.made, 1);
+    QVERIFY(menu.later->menu());
+    QVERIFY(!menu.reading->menu());
 }
 
 void tst_DBusMenuExporter::submenusBeyondReadingAreAnnounced() {

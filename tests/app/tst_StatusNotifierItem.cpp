@@ -57,6 +57,8 @@ private:
 };
 
 void tst_StatusNotifierItem::initTestCase() {
+    // The installed icons, from the source tree.
+    Q_INIT_RESOURCE(testdata);
     m_bus = std::make_unique<PrivateSessionBus>();
     QVERIFY(m_bus->start());
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus->address().toUtf8());

@@ -157,6 +157,7 @@ private Q_SLOTS:
     void pinnedOpensFromCacheAndCollectionLoadsOnOpen();
     void copyUrlReachesXClipboard();
     void clipboardAddressBecomesBookmark();
+    void clipboardItemFollowsEveryCopy();
     void hotKeyOpensMenu();
     void checkForUpdatesShowsAlert();
 
@@ -502,10 +503,11 @@ void tst_x11_EndToEnd::pinnedOpensFromCacheAndCollectionLoadsOnOpen() {
     moveTo(centreOf(menu, collections));
     QTRY_VERIFY(collections->menu()->isVisible());
     QAction* reading = entry(collections->menu(), QStringLiteral("Reading & Notes_2024  (1)"));
-    QVERIFY(reading && reading->menu());
+    QVERIFY(reading);
     QCOMPARE(m_service->collectionRequests(readingId), 0);
+    // Its submenu is made as the pointer reaches it.
     moveTo(centreOf(collections->menu(), reading));
-    QTRY_VERIFY(reading->menu()->isVisible());
+    QTRY_VERIFY(reading->menu() && reading->menu()->isVisible());
     QTRY_COMPARE(m_service->collectionRequests(readingId), 1);
     QTRY_COMPARE(shownLabels(reading->menu()), QStringList({QStringLiteral("Notes page")}));
     QVERIFY(screenshot(QStringLiteral("menu-collection"), menusArea()));
@@ -541,6 +543,27 @@ void tst_x11_EndToEnd::copyUrlReachesXClipboard() {
     QTRY_VERIFY(!QApplication::activePopupWidget());
     QTRY_COMPARE(xclipboard(), m_pages.baseUrl() + QStringLiteral("/tom"));
     QVERIFY(screenshot(QStringLiteral("05-copied")));
+}
+
+// The item's state is kept between openings until another program copies: each copy from
+// outside is seen at the next opening, with no moment of the old state.
+void tst_x11_EndToEnd::clipboardItemFollowsEveryCopy() {
+    const auto openedWith = [this](const QString& text) -> std::optional<bool> {
+        if (!copyFromOutside(text) || !QTest::qWaitFor([&text] { return xclipboard() == text; }))
+            return std::nullopt;
+        QMenu* menu = openMenuByClick();
+        QAction* add = menu ? entry(menu, QStringLiteral("📋 Add Clipboard URL")) : nullptr;
+        if (!add)
+            return std::nullopt;
+        const bool enabled = add->isEnabled();
+        closeMenus();
+        return enabled;
+    };
+    QCOMPARE(openedWith(QStringLiteral("no address here")), std::optional<bool>(false));
+    QCOMPARE(openedWith(QStringLiteral("see https://example.com/a")), std::optional<bool>(true));
+    QCOMPARE(openedWith(QStringLiteral("see https://example.com/a")), std::optional<bool>(true));
+    QCOMPARE(openedWith(QStringLiteral("no address again")), std::optional<bool>(false));
+    QCOMPARE(openedWith(QStringLiteral("https://example.com/b")), std::optional<bool>(true));
 }
 
 void tst_x11_EndToEnd::clipboardAddressBecomesBookmark() {

@@ -8,6 +8,7 @@
 #include <QMenu>
 #include <QStringList>
 
+#include <algorithm>
 #include <chrono>
 
 // Reads menus back for the tests: one line per item ("---" for a separator; "(off) " before a
@@ -25,7 +26,7 @@ public:
             }
             QString line = action->isEnabled() ? QString() : QStringLiteral("(off) ");
             line += action->text();
-            if (action->menu())
+            if (action->menu() || opensSubmenuOnDemand(action))
                 line += QStringLiteral(" ▸");
             if (!action->shortcut().isEmpty())
                 line += QStringLiteral(" [") +
@@ -44,9 +45,23 @@ public:
                 return action;
         return nullptr;
     }
+    // The submenu of the item of menu whose text is text, or null. An entry whose submenu is
+    // made when it is highlighted (the collections, the tags) is highlighted first, as a person
+    // pointing at it does.
     static QMenu* submenu(const QMenu* menu, const QString& text) {
         QAction* found = item(menu, text);
+        if (found && opensSubmenuOnDemand(found))
+            found->hover();
         return found ? found->menu() : nullptr;
+    }
+
+    // Whether action is an entry whose menu makes its submenu when it is highlighted.
+    static bool opensSubmenuOnDemand(const QAction* action) {
+        const QList<QObject*> holders = action->associatedObjects();
+        return !action->menu() && !action->isSeparator() &&
+               std::any_of(holders.cbegin(), holders.cend(), [](const QObject* holder) {
+                   return holder->property("submenusOnDemand").toBool();
+               });
     }
 
     static bool isFull(const QMenu* menu) {

@@ -865,7 +865,15 @@ void tst_MenuManager::overlappingBuilds() {
     QCOMPARE(service.count(u"favourites"_s), 2);
     QCOMPARE(service.count(u"collections"_s), 2);
     QCOMPARE(liveMenus(), menu->findChildren<QMenu*>().size() + 1);
-    // Its lazy submenus are exactly the manager's delegates, each alive.
+    // Its lazy submenus, once every entry of "Collections" and "Tags" was highlighted, are
+    // exactly the manager's delegates, each alive.
+    for (const QString& list : {u"📁 Collections"_s, u"🏷 Tags"_s}) {
+        const QMenu* entries = MenuTree::submenu(menu, list);
+        QVERIFY(entries);
+        const QList<QAction*> actions = entries->actions();
+        for (const QAction* entry : actions)
+            QVERIFY(MenuTree::submenu(entries, entry->text()));
+    }
     QList<QMenu*> lazy;
     const QList<QMenu*> submenus = menu->findChildren<QMenu*>();
     for (QMenu* submenu : submenus)

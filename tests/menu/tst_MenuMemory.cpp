@@ -138,6 +138,14 @@ public:
     bool cycle() {
         if (!refresh())
             return false;
+        // Every entry of "Collections" and "Tags" is highlighted, and gets its submenu.
+        for (const QString& list : {u"📁 Collections"_s, u"🏷 Tags"_s}) {
+            const QMenu* entries = MenuTree::submenu(menu, list);
+            const QList<QAction*> actions = entries ? entries->actions() : QList<QAction*>();
+            for (const QAction* entry : actions)
+                if (!MenuTree::submenu(entries, entry->text()))
+                    return false;
+        }
         const QList<QMenu*> opened{
             MenuTree::submenu(menu, u"Collection 0"_s),
             MenuTree::submenu(MenuTree::submenu(menu, u"📁 Collections"_s), u"Collection 1  (1)"_s),

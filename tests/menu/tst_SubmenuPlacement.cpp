@@ -42,11 +42,13 @@ void fill(FakeService& service) {
 // Opens the submenu of item the way the keyboard and the pointer do: Qt places it itself.
 QMenu* open(QMenu* menu, const QString& item) {
     QAction* action = MenuTree::item(menu, item);
-    if (!action || !action->menu())
+    // An entry of "Collections" or "Tags" gets its submenu as it is highlighted.
+    if (!action || (!action->menu() && !MenuTree::opensSubmenuOnDemand(action)))
         return nullptr;
     menu->setActiveAction(action);
     QMenu* submenu = action->menu();
-    return QTest::qWaitFor([submenu] { return submenu->isVisible(); }) ? submenu : nullptr;
+    return submenu && QTest::qWaitFor([submenu] { return submenu->isVisible(); }) ? submenu
+                                                                                  : nullptr;
 }
 
 // The full menu of a started manager, popped up at a screen edge.

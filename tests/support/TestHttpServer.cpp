@@ -143,6 +143,19 @@ void TestHttpServer::start(QTcpServer* server) {
     connect(m_server, &QTcpServer::pendingConnectionAvailable, this, &TestHttpServer::onConnection);
     if (!m_server->listen(QHostAddress::LocalHost, 0))
         qFatal("TestHttpServer: cannot listen on 127.0.0.1");
+    m_port = m_server->serverPort();
+}
+
+void TestHttpServer::setRefusing(bool refusing) {
+    if (!refusing) {
+        if (!m_server->isListening() && !m_server->listen(QHostAddress::LocalHost, m_port))
+            qFatal("TestHttpServer: cannot listen on 127.0.0.1 again");
+        return;
+    }
+    m_server->close();
+    const QList<QTcpSocket*> sockets = findChildren<QTcpSocket*>(Qt::FindDirectChildrenOnly);
+    for (QTcpSocket* socket : sockets)
+        socket->abort();
 }
 
 QString TestHttpServer::baseUrl() const {
@@ -152,7 +165,7 @@ QString TestHttpServer::baseUrl() const {
 }
 
 quint16 TestHttpServer::port() const {
-    return m_server->serverPort();
+    return m_port;
 }
 
 void TestHttpServer::on(const QByteArray& method, const QString& path, Response response) {
@@ -187,7 +200,10 @@ bool TestHttpServer::waitForRequests(int count, std::chrono::milliseconds timeou
 void TestHttpServer::onConnection() {
     while (QTcpSocket* socket = m_server->nextPendingConnection()) {
         socket->setParent(this);
+        ++m_acceptedConnections;
+        ++m_openConnections;
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadable(socket); });
+        connect(socket, &QTcpSocket::disconnected, this, [this] { --m_openConnections; });
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         if (socket->bytesAvailable() > 0)
             onReadable(socket);

@@ -81,8 +81,14 @@ public:
     // Spins the event loop until at least count requests were recorded, or the time is up (long
     // enough for a loaded machine running a sanitizer build; it only delays a real failure).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(30));
+    // Refuses every connection from now on, as a host whose network is down, and drops the open
+    // ones; or takes connections again, on the same port.
+    void setRefusing(bool refusing);
     // Connections that the client closed or that the server saw end early.
     int abortedConnections() const { return m_abortedConnections; }
+    // Connections taken so far, and those of them still open.
+    int acceptedConnections() const { return m_acceptedConnections; }
+    int openConnections() const { return m_openConnections; }
 
 Q_SIGNALS:
     void requestReceived(const TestHttpServer::Request& request);
@@ -102,9 +108,12 @@ private:
     Response responseFor(const Request& request) const;
 
     QTcpServer* m_server = nullptr;
+    quint16 m_port = 0;
     bool m_tls = false;
     QList<Route> m_routes;
     Handler m_fallback;
     QList<Request> m_requests;
     int m_abortedConnections = 0;
+    int m_acceptedConnections = 0;
+    int m_openConnections = 0;
 };

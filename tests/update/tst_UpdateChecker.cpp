@@ -4,6 +4,7 @@
 #include "update/UpdateChecker.h"
 
 #include <QAbstractButton>
+#include <QAbstractEventDispatcher>
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDir>
@@ -115,6 +116,7 @@ private Q_SLOTS:
     void manualFailures();
     void manualFailsWhenServerIsDown();
     void manualFailsWhenServerNeverAnswers();
+    void answeredCheckLeavesNoTimerBehind();
     void manualFailsOnEndlessBody();
     void errorStatusWithManifestIsValid_data();
     void errorStatusWithManifestIsValid();
@@ -331,6 +333,35 @@ void tst_UpdateChecker::manualFailsWhenServerNeverAnswers() {
     QVERIFY(alerts.waitForAlerts(1));
     QVERIFY(elapsed.elapsed() >= 450);
     QCOMPARE(alerts.alerts().constFirst().informativeText, failedText);
+}
+
+namespace {
+
+// Timers started with QTimer::singleShot wait as children of the event dispatcher until they
+// fire, whatever became of the object they were for.
+qsizetype waitingSingleShots() {
+    qsizetype count = 0;
+    for (const QObject* child : QAbstractEventDispatcher::instance()->children())
+        if (qstrcmp(child->metaObject()->className(), "QSingleShotTimer") == 0)
+            ++count;
+    return count;
+}
+
+} // namespace
+
+void tst_UpdateChecker::answeredCheckLeavesNoTimerBehind() {
+    // The deadline of an answered check must not wake the program up later on (an idle program
+    // sleeps until its next refresh).
+    serve(manifest(u"1.0"_s));
+    UpdateChecker::Timings timings;
+    timings.fetchTimeout = 60s;
+    auto updates = checker(u"1.0"_s, timings);
+    const qsizetype before = waitingSingleShots();
+    AlertCatcher alerts;
+    updates->checkForUpdates();
+    QVERIFY(alerts.waitForAlerts(1));
+    QCOMPARE(alerts.alerts().constFirst().text, u"You're up to date"_s);
+    QCOMPARE(waitingSingleShots(), before);
 }
 
 void tst_UpdateChecker::manualFailsOnEndlessBody() {

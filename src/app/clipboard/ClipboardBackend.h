@@ -26,6 +26,9 @@ public:
     // Whether text() still tells the clipboard while another program holds the keyboard, a
     // panel's menu among them. Where it does not, what it gives then may be out of date.
     virtual bool readableInBackground() const { return true; }
+    // Whether changed() is sent for every change another program makes, so that what was read
+    // last holds until it is sent.
+    virtual bool announcesEveryChange() const { return false; }
 
 Q_SIGNALS:
     // The clipboard changed, as far as this program can see it: another program copied, or a

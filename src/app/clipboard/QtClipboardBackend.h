@@ -11,4 +11,5 @@ public:
 
     void setText(const QString& text) override;
     std::optional<QString> text() override;
+    bool announcesEveryChange() const override;
 };

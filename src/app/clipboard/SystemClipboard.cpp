@@ -58,6 +58,10 @@ bool SystemClipboard::readableInBackground() {
     return backend().readableInBackground();
 }
 
+bool SystemClipboard::announcesEveryChange() {
+    return backend().announcesEveryChange();
+}
+
 void SystemClipboard::whenChanged(QObject* context, std::function<void()> changed) {
     QObject::connect(&backend(), &ClipboardBackend::changed, context, std::move(changed));
 }

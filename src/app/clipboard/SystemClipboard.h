@@ -14,6 +14,8 @@ public:
     static void readText(ClipboardBackend::Done done);
     // Whether text() tells the clipboard while a panel's menu holds the keyboard.
     static bool readableInBackground();
+    // Whether every change is told to whenChanged.
+    static bool announcesEveryChange();
     // Replaces the backend chosen for this desktop (none: chosen again on next use). Takes
     // ownership.
     static void setBackend(ClipboardBackend* backend);

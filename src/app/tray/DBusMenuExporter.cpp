@@ -9,6 +9,8 @@
 #include <QKeySequence>
 #include <QMenu>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -39,6 +41,31 @@ QList<QStringList> protocolShortcut(const QKeySequence& sequence) {
     return presses;
 }
 
+// Whether action is an entry of a menu with the property "submenusOnDemand" that has not got its
+// submenu yet: the menu makes it when the entry is highlighted.
+bool opensSubmenuOnDemand(const QAction* action) {
+    if (action->menu() || action->isSeparator())
+        return false;
+    const QList<QObject*> holders = action->associatedObjects();
+    return std::any_of(holders.cbegin(), holders.cend(), [](const QObject* holder) {
+        return qobject_cast<const QMenu*>(holder) && holder->property("submenusOnDemand").toBool();
+    });
+}
+
+bool opensSubmenu(const QAction* action) {
+    return action->menu() || opensSubmenuOnDemand(action);
+}
+
+QVariantMap chosen(const QVariantMap& properties, const QStringList& names) {
+    if (names.isEmpty())
+        return properties;
+    QVariantMap chosen;
+    for (const QString& name : names)
+        if (properties.contains(name))
+            chosen.insert(name, properties.value(name));
+    return chosen;
+}
+
 // What stands for each entry of a menu when another menu replaces it: its kind, its label and
 // how many entries before it in the same menu have both.
 QStringList entryKeys(const QMenu* menu) {
@@ -46,7 +73,9 @@ QStringList entryKeys(const QMenu* menu) {
     QHash<QString, int> seen;
     const QList<QAction*> actions = menu->actions();
     for (const QAction* action : actions) {
-        const QString kind = action->isSeparator() ? u"-"_s : action->menu() ? u">"_s : u"."_s;
+        const QString kind = action->isSeparator()  ? u"-"_s
+                             : opensSubmenu(action) ? u">"_s
+                                                    : u"."_s;
         const QString key = kind + (action->isSeparator() ? QString() : action->text());
         keys.append(key + u'\n' + QString::number(seen[key]++));
     }
@@ -248,6 +277,7 @@ void DBusMenuExporter::release(QAction* action) {
     if (m_actions.value(entry) != action)
         return;
     m_actions.remove(entry);
+    m_placeholderEntries.remove(m_placeholderIds.take(entry));
     m_told.remove(entry);
     m_open.remove(entry);
     m_unpaired.remove(entry);
@@ -278,6 +308,28 @@ QMenu* DBusMenuExporter::menuOf(int id) const {
     return action ? action->menu() : nullptr;
 }
 
+QMenu* DBusMenuExporter::menuToShow(int id) {
+    if (QAction* action = id == 0 ? nullptr : actionOf(id); action && opensSubmenuOnDemand(action))
+        action->hover();
+    return menuOf(id);
+}
+
+QVariantMap DBusMenuExporter::placeholderProperties(int placeholderId) const {
+    QString text;
+    if (const QAction* entry = actionOf(m_placeholderEntries.value(placeholderId))) {
+        const QList<QObject*> holders = entry->associatedObjects();
+        for (const QObject* holder : holders)
+            if (text.isEmpty())
+                text = holder->property("submenuPlaceholder").toString();
+    }
+    return {{u"label"_s, protocolLabel(text)}, {u"enabled"_s, false}, {u"visible"_s, true}};
+}
+
+bool DBusMenuExporter::isPlaceholder(int id) const {
+    const auto entry = m_placeholderEntries.constFind(id);
+    return entry != m_placeholderEntries.cend() && actionOf(*entry);
+}
+
 std::optional<int> DBusMenuExporter::knownIdOfMenu(const QMenu* menu) const {
     if (menu == m_menu)
         return 0;
@@ -299,7 +351,7 @@ QVariantMap DBusMenuExporter::currentProperties(int id) const {
     } else {
         properties.insert(u"label"_s, protocolLabel(action->text()));
         properties.insert(u"enabled"_s, action->isEnabled());
-        if (action->menu())
+        if (opensSubmenu(action))
             properties.insert(childrenDisplay, u"submenu"_s);
         if (!action->shortcut().isEmpty())
             properties.insert(u"shortcut"_s,
@@ -312,13 +364,7 @@ QVariantMap DBusMenuExporter::currentProperties(int id) const {
 QVariantMap DBusMenuExporter::propertiesOf(int id, const QStringList& names) {
     const QVariantMap properties = currentProperties(id);
     m_told.insert(id, properties);
-    if (names.isEmpty())
-        return properties;
-    QVariantMap chosen;
-    for (const QString& name : names)
-        if (properties.contains(name))
-            chosen.insert(name, properties.value(name));
-    return chosen;
+    return chosen(properties, names);
 }
 
 DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
@@ -339,15 +385,27 @@ DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
         }
         reader->toldKinds.insert(id);
     }
-    if (!menu)
-        return item;
     if (depth == 0) {
         // Plasma reads a submenu only when told or when it opens, and shows it at once, empty
         // the first time: Qt places it by that size, beside the screen's edge, and it grows off
         // the screen. Told now, it reads the submenu before the user gets there.
-        if (reader && !hasRead(*reader, id) && !m_changedMenus.contains(id)) {
+        if (menu && reader && !hasRead(*reader, id) && !m_changedMenus.contains(id)) {
             m_changedMenus.append(id);
             scheduleAnnouncement();
+        }
+        return item;
+    }
+    if (!menu) {
+        // Until its submenu is made, the panel reads it as one disabled entry, the text of the
+        // menu's property "submenuPlaceholder" ("Loading…"): what the submenu shows when made.
+        if (QAction* entry = id == 0 ? nullptr : actionOf(id);
+            entry && opensSubmenuOnDemand(entry)) {
+            auto known = m_placeholderIds.constFind(id);
+            if (known == m_placeholderIds.cend()) {
+                known = m_placeholderIds.insert(id, m_nextId++);
+                m_placeholderEntries.insert(*known, id);
+            }
+            item.children.append({*known, chosen(placeholderProperties(*known), names), {}});
         }
         return item;
     }
@@ -402,13 +460,18 @@ DBusMenuItemList DBusMenuExporter::GetGroupProperties(const QList<int>& ids,
     QList<int> wanted = ids;
     if (wanted.isEmpty())
         wanted = QList<int>{0} + m_actions.keys();
-    for (const int id : std::as_const(wanted))
+    for (const int id : std::as_const(wanted)) {
         if (id == 0 || actionOf(id))
             items.append({id, propertiesOf(id, propertyNames)});
+        else if (isPlaceholder(id))
+            items.append({id, chosen(placeholderProperties(id), propertyNames)});
+    }
     return items;
 }
 
 QDBusVariant DBusMenuExporter::GetProperty(int id, const QString& name) {
+    if (isPlaceholder(id))
+        return QDBusVariant(placeholderProperties(id).value(name));
     if (id != 0 && !actionOf(id)) {
         rejectUnknown(id);
         return {};
@@ -435,8 +498,9 @@ QList<int> DBusMenuExporter::EventGroup(const DBusMenuEventList& events) {
 
 bool DBusMenuExporter::handle(int id, const QString& eventId) {
     QAction* action = id == 0 ? nullptr : actionOf(id);
+    // A stand-in entry is disabled: nothing happens to it.
     if (id != 0 && !action)
-        return false;
+        return isPlaceholder(id);
     heardFromPanel();
     if (eventId == u"clicked"_s) {
         // As in a Qt-drawn menu, an entry that opens a submenu is not chosen. Queued: the
@@ -451,7 +515,7 @@ bool DBusMenuExporter::handle(int id, const QString& eventId) {
         if (action)
             action->hover();
     } else if (eventId == u"opened"_s) {
-        if (menuOf(id)) {
+        if (menuToShow(id)) {
             m_open.insert(id);
             heardFromPanel();
             opening(id, Opening::ByEvent);
@@ -518,7 +582,7 @@ void DBusMenuExporter::heardFromPanel() {
 }
 
 bool DBusMenuExporter::AboutToShow(int id) {
-    if (!menuOf(id)) {
+    if (!menuToShow(id)) {
         rejectUnknown(id);
         return false;
     }
@@ -537,7 +601,7 @@ QList<int> DBusMenuExporter::AboutToShowGroup(const QList<int>& ids, QList<int>&
     PendingShow pending{{}, callingService(), {}, {}, true, nullptr};
     bool loading = false;
     for (const int id : ids) {
-        if (!menuOf(id)) {
+        if (!menuToShow(id)) {
             pending.idErrors.append(id);
             continue;
         }

@@ -35,7 +35,9 @@ class QAction;
 //
 // A menu being filled (its dynamic property "loading" is true) has the panel's about-to-show
 // call answered once it is filled, or after a short while, so that the panel shows it filled
-// the first time. Labels go out in the protocol's own notation, so the panel shows them
+// the first time. An entry of a menu whose dynamic property "submenusOnDemand" is true is a
+// submenu to the panel before it has one: the panel opening it highlights it, which makes it.
+// Labels go out in the protocol's own notation, so the panel shows them
 // exactly as the Qt-drawn menu does.
 class DBusMenuExporter : public QObject, protected QDBusContext {
     Q_OBJECT
@@ -127,6 +129,12 @@ private:
     QAction* actionOf(int id) const;
     // The menu an id opens: the published menu for 0, else the entry's submenu.
     QMenu* menuOf(int id) const;
+    // The same for a menu the panel opens: an entry of a menu whose property "submenusOnDemand"
+    // is true gets its submenu first, made by highlighting it as a Qt-drawn menu does.
+    QMenu* menuToShow(int id);
+    // The stand-in entry of a submenu not made yet.
+    bool isPlaceholder(int id) const;
+    QVariantMap placeholderProperties(int placeholderId) const;
     // The id of a published menu; none for menus no panel has seen.
     std::optional<int> knownIdOfMenu(const QMenu* menu) const;
     QVariantMap currentProperties(int id) const;
@@ -177,6 +185,10 @@ private:
     QDBusConnection m_connection{QString()};
     QHash<QAction*, int> m_ids;
     QHash<int, QAction*> m_actions;
+    // The stand-in entries of submenus not made yet (kept once made, for the panels that still
+    // know them): by the entry's id, and the other way.
+    QHash<int, int> m_placeholderIds;
+    QHash<int, int> m_placeholderEntries;
     int m_nextId = 1;
     uint m_revision = 1;
     QSet<const QMenu*> m_watched;
