@@ -53,9 +53,6 @@ void copy(const QString& text) {
     SystemClipboard::setText(text);
 }
 
-// Whether "📋 Add Clipboard URL" is offered: when the clipboard holds an address, and when it
-// cannot be read now (Wayland shows it only to the program with the focus, which a panel's
-// open menu keeps), so that the item is there and reads it when chosen.
 // Whether the reply failed before a whole answer arrived. Qt reports the HTTP statuses of
 // 400 and above as errors of its own (most 4xx as 201..299, 400 and 418 as a protocol error,
 // 407 as a proxy error, 5xx as 401..499); those pages were answered, and their titles count.
@@ -558,6 +555,9 @@ void MenuManager::menuWillOpen(QMenu* menu) {
     m_addClipboardItem->setEnabled(offersClipboardItem());
 }
 
+// Offered when the clipboard holds an address, and when it cannot be read now (Wayland shows it
+// only to the program with the focus, which a panel's open menu keeps), so that the item is
+// there and reads it when chosen.
 bool MenuManager::offersClipboardItem() {
     if (m_statusItem->isPanelMenuOpen() && !SystemClipboard::readableInBackground())
         return true;
