@@ -1,5 +1,7 @@
 #include "app/Alert.h"
 
+#include "app/StatusItem.h"
+
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -8,6 +10,10 @@ int Alert::run(const QString& message, const QString& informativeText, Style sty
                const QStringList& buttons) {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("Quillmar"));
+    // Given to each window a title bar or task bar shows, not to the whole program: an
+    // application icon would also be drawn at four sizes and sent to the X server each time a
+    // menu or submenu opens (each opening is a new window), for a window nothing shows it on.
+    box.setWindowIcon(StatusItem::dropIcon());
     box.setText(message);
     box.setInformativeText(informativeText);
     // Messages are shown as they stand: a version or an error body with markup in it is text,

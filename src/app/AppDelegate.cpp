@@ -25,8 +25,6 @@ AppDelegate::~AppDelegate() {
 void AppDelegate::applicationDidFinishLaunching() {
     // The settings window talks to the same service as the menu.
     SettingsWindowController::setEnvironment(m_environment);
-    // The drop in every window's title bar and the task bar, the alerts' too.
-    QApplication::setWindowIcon(StatusItem::dropIcon());
     m_colorScheme = std::make_unique<ColorSchemeFollower>();
     m_statusItem = std::make_unique<StatusItem>();
     // The next submenu a person opens reuses the connection; an idle program keeps none.

@@ -1,4 +1,5 @@
 #include "app/Alert.h"
+#include "app/StatusItem.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -67,6 +68,14 @@ private Q_SLOTS:
         QCOMPARE(shownMessage, message);
         QCOMPARE(shownInformative, informative);
         QVERIFY(browser.opened.isEmpty());
+    }
+
+    void carriesTheDrop() {
+        // The program sets no application icon: each window a title bar shows carries its own.
+        QImage shown;
+        showAlert(u"Quillmar"_s, u"Text"_s,
+                  [&](QMessageBox* box) { shown = box->windowIcon().pixmap(32).toImage(); });
+        QCOMPARE(shown, StatusItem::dropIcon().pixmap(32).toImage());
     }
 };
 

@@ -387,6 +387,9 @@ void tst_x11_EndToEnd::firstRunShowsDropAndSetupMenu() {
                                              QStringLiteral("Quit")}));
     // Opened below the drop.
     QVERIFY(menu->geometry().top() >= trayIcon()->bottom());
+    // A menu is in no title bar or task bar: it carries no icon, which would be drawn and sent
+    // to the X server on every opening.
+    QVERIFY(!hasWindowIcon(menu));
     QVERIFY(screenshot(QStringLiteral("02-setup-menu"), menusArea()));
 }
 
@@ -618,6 +621,7 @@ void tst_x11_EndToEnd::checkForUpdatesShowsAlert() {
     QString seenTitle;
     QString seenText;
     bool photographed = false;
+    bool withIcon = false;
     QTimer watcher;
     connect(&watcher, &QTimer::timeout, this, [&] {
         auto* alert = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
@@ -626,6 +630,7 @@ void tst_x11_EndToEnd::checkForUpdatesShowsAlert() {
         watcher.stop();
         seenTitle = alert->text();
         seenText = alert->informativeText();
+        withIcon = hasWindowIcon(alert);
         photographed = screenshot(QStringLiteral("08-update-alert"),
                                   alert->frameGeometry().adjusted(-16, -16, 16, 16));
         for (QAbstractButton* button : alert->buttons())
@@ -640,6 +645,7 @@ void tst_x11_EndToEnd::checkForUpdatesShowsAlert() {
     QCOMPARE(seenText, QStringLiteral("Quillmar 9.9.9 is available (you have ") +
                            Environment::buildVersion() + QStringLiteral(")."));
     QVERIFY(photographed);
+    QVERIFY(withIcon);
 }
 
 QTEST_MAIN(tst_x11_EndToEnd)
