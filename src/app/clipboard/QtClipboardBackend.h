@@ -2,7 +2,7 @@
 
 #include "app/clipboard/ClipboardBackend.h"
 
-// Qt's clipboard: X11, macOS, Windows, and Wayland while one of this program's windows has the
+// Qt's clipboard: macOS, Windows, and Wayland while one of this program's windows has the
 // keyboard focus.
 class QtClipboardBackend : public ClipboardBackend {
     Q_OBJECT
@@ -11,5 +11,4 @@ public:
 
     void setText(const QString& text) override;
     std::optional<QString> text() override;
-    bool announcesEveryChange() const override;
 };

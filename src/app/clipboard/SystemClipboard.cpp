@@ -3,6 +3,7 @@
 #include "app/clipboard/DataControlClipboardBackend.h"
 #include "app/clipboard/FocusClipboardBackend.h"
 #include "app/clipboard/QtClipboardBackend.h"
+#include "app/clipboard/X11ClipboardBackend.h"
 
 #include <QGuiApplication>
 #include <QPointer>
@@ -12,7 +13,10 @@
 namespace {
 
 std::unique_ptr<ClipboardBackend> backendForThisDesktop() {
-    if (!QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+    const QString platform = QGuiApplication::platformName();
+    if (platform == QLatin1String("xcb"))
+        return std::make_unique<X11ClipboardBackend>();
+    if (!platform.startsWith(QLatin1String("wayland")))
         return std::make_unique<QtClipboardBackend>();
     if (auto dataControl = DataControlClipboardBackend::connectToCompositor())
         return dataControl;
