@@ -17,7 +17,7 @@ OwnHome::OwnHome()
     : m_folder(QDir::tempPath() + QStringLiteral("/quillmar-test-home-XXXXXX")) {
     const QString home = m_folder.path();
     const QString runtime = home + QStringLiteral("/runtime");
-    // The runtime folder is private to its user, as the XDG specification asks.
+    // A runtime folder is private to its user: programs that keep sockets there expect it.
     if (!m_folder.isValid() || !QDir().mkpath(runtime) ||
         !QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)) {
         std::fputs("Cannot make the test program's own home folder.\n", stderr);

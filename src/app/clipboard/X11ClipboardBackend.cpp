@@ -23,17 +23,10 @@ template <typename T> using Reply = std::unique_ptr<T, FreeDeleter>;
 } // namespace
 
 X11ClipboardBackend::X11ClipboardBackend(std::chrono::milliseconds answerTimeout)
-    : m_answerTimeout(answerTimeout) {
-    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this,
-            &ClipboardBackend::changed);
-}
+    : m_answerTimeout(answerTimeout) {}
 
 X11ClipboardBackend::~X11ClipboardBackend() {
     disconnectFromServer();
-}
-
-void X11ClipboardBackend::setText(const QString& text) {
-    QGuiApplication::clipboard()->setText(text);
 }
 
 std::optional<QString> X11ClipboardBackend::text() {

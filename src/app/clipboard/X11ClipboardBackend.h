@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/clipboard/ClipboardBackend.h"
+#include "app/clipboard/QtClipboardBackend.h"
 
 #include <QByteArray>
 
@@ -9,18 +9,18 @@
 
 struct xcb_connection_t;
 
-// The X11 clipboard. Set through Qt, which then answers other programs' requests for it; read
-// over an X connection of its own. Qt's reading lists every image format it could convert the
-// clipboard to, which loads all of Qt's image plugins and their libraries (0.4 MiB, kept for
-// the life of the program) only to learn whether an address was copied.
-class X11ClipboardBackend : public ClipboardBackend {
+// The X11 clipboard. Set through Qt, which then answers other programs' requests for it and
+// tells of changes; read over an X connection of its own. Reading through Qt lists every image
+// format the clipboard could be converted to, which loads all of Qt's image plugins and their
+// libraries (0.4 MiB, kept for the life of the program) only to learn whether an address was
+// copied.
+class X11ClipboardBackend : public QtClipboardBackend {
     Q_OBJECT
 public:
     // answerTimeout: how long the program that holds the clipboard has for each answer.
     explicit X11ClipboardBackend(std::chrono::milliseconds answerTimeout = defaultAnswerTimeout);
     ~X11ClipboardBackend() override;
 
-    void setText(const QString& text) override;
     std::optional<QString> text() override;
     // The X server tells of every new owner of the clipboard (XFixes), and a program that copies
     // always takes it anew.
