@@ -13,7 +13,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/Application.h"
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
 #include "menu/BootClock.h"

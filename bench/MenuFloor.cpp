@@ -5,7 +5,7 @@
 // once the key is grabbed.
 //
 //   bench_menu_floor MENU_FILE
-#include "app/HotKeyManager.h"
+#include "app/hotkey/HotKeyManager.h"
 #include "config/ShortcutConfig.h"
 
 #include <QApplication>

@@ -129,6 +129,7 @@ void AppDelegate::start(const AppConfig& config) {
     // A new manager on every start: the previous one goes, with its menu, timers and cache.
     m_menuManager =
         std::make_unique<MenuManager>(m_statusItem.get(), config, m_environment, m_timings);
+    connect(m_menuManager.get(), &MenuManager::settingsRequested, this, &AppDelegate::openSettings);
     m_menuManager->buildInitialMenu();
     m_menuManager->loadData();
 

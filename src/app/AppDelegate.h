@@ -1,10 +1,10 @@
 #pragma once
 
-#include "app/ColorSchemeFollower.h"
-#include "app/ConnectivityWatcher.h"
-#include "app/HotKeyManager.h"
-#include "app/ResumeWatcher.h"
-#include "app/StatusItem.h"
+#include "app/desktop/ColorSchemeFollower.h"
+#include "app/desktop/ConnectivityWatcher.h"
+#include "app/desktop/ResumeWatcher.h"
+#include "app/hotkey/HotKeyManager.h"
+#include "app/tray/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/Environment.h"
 #include "menu/MenuManager.h"

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "app/AppDelegate.h"
-#include "app/DesktopApplicationAdaptor.h"
-#include "app/SingleInstance.h"
+#include "app/desktop/DesktopApplicationAdaptor.h"
+#include "app/desktop/SingleInstance.h"
 #include "config/Environment.h"
 #include "menu/MenuManager.h"
 

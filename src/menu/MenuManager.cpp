@@ -1,14 +1,13 @@
 #include "menu/MenuManager.h"
 
-#include "app/Alert.h"
-#include "app/StatusItem.h"
+#include "app/alert/Alert.h"
 #include "app/clipboard/SystemClipboard.h"
+#include "app/tray/StatusItem.h"
 #include "menu/ClipboardURL.h"
 #include "menu/MenuText.h"
 #include "menu/PageTitle.h"
 #include "service/HttpSession.h"
 #include "service/ServiceError.h"
-#include "settings/SettingsWindowController.h"
 
 #include <QApplication>
 #include <QCoroNetworkReply>
@@ -648,5 +647,5 @@ QCoro::Task<> MenuManager::checkForUpdatesSilently() {
 }
 
 void MenuManager::openSettings() {
-    SettingsWindowController::show();
+    Q_EMIT settingsRequested();
 }

@@ -107,6 +107,10 @@ public:
     QList<std::shared_ptr<LazyMenuDelegate>> lazyDelegates() const { return m_lazyDelegates; }
     std::shared_ptr<RaindropAPI> api() const { return m_api; }
 
+Q_SIGNALS:
+    // "Settings…" was chosen; whoever owns the settings window shows it.
+    void settingsRequested();
+
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 

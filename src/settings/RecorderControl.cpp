@@ -1,6 +1,6 @@
 #include "settings/RecorderControl.h"
 
-#include "app/KeyCodeTable.h"
+#include "config/KeyCodeTable.h"
 #include "settings/SettingsStyle.h"
 
 #include <QApplication>

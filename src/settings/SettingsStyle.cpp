@@ -1,6 +1,6 @@
 #include "settings/SettingsStyle.h"
 
-#include "app/ColorSchemeFollower.h"
+#include "app/desktop/ColorSchemeFollower.h"
 
 #include <QGuiApplication>
 #include <QPainter>

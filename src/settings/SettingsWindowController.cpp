@@ -1,6 +1,6 @@
 #include "settings/SettingsWindowController.h"
 
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "app/wayland/XdgActivation.h"
 #include "settings/SettingsView.h"
 

@@ -1,6 +1,6 @@
 #include "update/UpdateChecker.h"
 
-#include "app/Alert.h"
+#include "app/alert/Alert.h"
 #include "config/AppConfig.h"
 #include "service/HttpSession.h"
 #include "update/VersionComparison.h"

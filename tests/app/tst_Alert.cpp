@@ -1,5 +1,5 @@
-#include "app/Alert.h"
-#include "app/StatusItem.h"
+#include "app/alert/Alert.h"
+#include "app/tray/StatusItem.h"
 
 #include <QApplication>
 #include <QDesktopServices>

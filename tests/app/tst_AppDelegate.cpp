@@ -46,6 +46,15 @@ QByteArrayList authorizations(const FakeService& service) {
     return values;
 }
 
+// The windows shown other than menus: the settings window once it opened.
+int visibleWindows() {
+    int count = 0;
+    const QWidgetList widgets = QApplication::topLevelWidgets();
+    for (const QWidget* widget : widgets)
+        count += widget->isVisible() && !qobject_cast<const QMenu*>(widget) ? 1 : 0;
+    return count;
+}
+
 } // namespace
 
 class tst_AppDelegate : public QObject {
@@ -59,6 +68,7 @@ private Q_SLOTS:
     void savingTwice();
     void clearingTheToken();
     void setupMenuOpensSettings();
+    void bookmarkMenuOpensSettings();
 };
 
 void tst_AppDelegate::init() {
@@ -173,15 +183,20 @@ void tst_AppDelegate::setupMenuOpensSettings() {
     FakeService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
-    const auto visibleWindows = [] {
-        int count = 0;
-        const QWidgetList widgets = QApplication::topLevelWidgets();
-        for (const QWidget* widget : widgets)
-            count += widget->isVisible() && !qobject_cast<const QMenu*>(widget) ? 1 : 0;
-        return count;
-    };
     QCOMPARE(visibleWindows(), 0);
     MenuTree::item(delegate.statusItem()->menu(), u"Settings…"_s)->trigger();
+    QTRY_COMPARE(visibleWindows(), 1);
+}
+
+void tst_AppDelegate::bookmarkMenuOpensSettings() {
+    save(u"token"_s);
+    FakeService service;
+    AppDelegate delegate(service.environment(), testTimings());
+    delegate.applicationDidFinishLaunching();
+    QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());
+    QVERIFY(menu);
+    QCOMPARE(visibleWindows(), 0);
+    MenuTree::item(menu, u"Settings…"_s)->trigger();
     QTRY_COMPARE(visibleWindows(), 1);
 }
 

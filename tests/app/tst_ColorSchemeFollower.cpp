@@ -4,7 +4,7 @@
 #include "FakeSettingsPortal.h"
 #include "PrivateSessionBus.h"
 #include "ScreenColours.h"
-#include "app/ColorSchemeFollower.h"
+#include "app/desktop/ColorSchemeFollower.h"
 #include "settings/SettingsView.h"
 
 #include <QApplication>

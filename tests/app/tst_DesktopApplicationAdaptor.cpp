@@ -1,8 +1,8 @@
 // org.freedesktop.Application on the single instance's object, called over a private session
 // bus as launchers call it.
 #include "PrivateSessionBus.h"
-#include "app/DesktopApplicationAdaptor.h"
-#include "app/SingleInstance.h"
+#include "app/desktop/DesktopApplicationAdaptor.h"
+#include "app/desktop/SingleInstance.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -1,7 +1,7 @@
 // The drop that Quillmar draws itself is the installed quillmar.svg, at every size a tray or a
 // window asks for.
-#include "app/DropIconEngine.h"
-#include "app/StatusItem.h"
+#include "app/tray/DropIconEngine.h"
+#include "app/tray/StatusItem.h"
 
 #include <QGuiApplication>
 #include <QIcon>

@@ -1,5 +1,5 @@
-#include "app/HotKeyManager.h"
 #include "app/hotkey/HotKeyBackend.h"
+#include "app/hotkey/HotKeyManager.h"
 #include "app/hotkey/KeySymTable.h"
 #include "app/hotkey/portal/PortalHotKeyBackend.h"
 #include "app/hotkey/x11/X11HotKeyBackend.h"

@@ -1,7 +1,7 @@
 // The Wayland hot key against a stand-in for the desktop portal, served on a private session bus
 // that the test starts and stops.
 #include "PrivateSessionBus.h"
-#include "app/HotKeyManager.h"
+#include "app/hotkey/HotKeyManager.h"
 #include "app/hotkey/portal/PortalHotKeyBackend.h"
 
 #include <QDBusArgument>

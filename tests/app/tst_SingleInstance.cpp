@@ -1,7 +1,7 @@
 // One Quillmar per session, on a private session bus that the test starts and stops.
 #include "PrivateSessionBus.h"
-#include "app/SingleInstance.h"
-#include "app/StatusItem.h"
+#include "app/desktop/SingleInstance.h"
+#include "app/tray/StatusItem.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>

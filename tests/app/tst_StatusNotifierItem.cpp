@@ -4,7 +4,7 @@
 #include "TestStatusNotifierHost.h"
 #include "TestStatusNotifierWatcher.h"
 
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "app/tray/StatusNotifierItem.h"
 
 #include <QDBusMessage>

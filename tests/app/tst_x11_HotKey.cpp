@@ -3,8 +3,8 @@
 #include "../menu/FakeService.h"
 
 #include "app/AppDelegate.h"
-#include "app/HotKeyManager.h"
-#include "app/StatusItem.h"
+#include "app/hotkey/HotKeyManager.h"
+#include "app/tray/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/SettingsNotifier.h"
 

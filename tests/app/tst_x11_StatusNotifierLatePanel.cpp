@@ -6,7 +6,7 @@
 #include "TestStatusNotifierWatcher.h"
 #include "VirtualDesktop.h"
 
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 
 #include <QApplication>
 #include <QMenu>

@@ -13,7 +13,7 @@
 #include "VirtualDesktop.h"
 
 #include "app/AppDelegate.h"
-#include "app/ColorSchemeFollower.h"
+#include "app/desktop/ColorSchemeFollower.h"
 #include "config/AppConfig.h"
 #include "settings/GeneralTab.h"
 #include "settings/PinRow.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>

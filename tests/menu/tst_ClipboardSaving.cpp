@@ -2,7 +2,7 @@
 #include "MenuTree.h"
 
 #include "AlertCatcher.h"
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "menu/MenuManager.h"
 
 #include <QClipboard>

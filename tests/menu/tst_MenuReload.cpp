@@ -1,7 +1,7 @@
 #include "FakeService.h"
 #include "MenuTree.h"
 
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "menu/BootClock.h"
 #include "menu/MenuManager.h"
 

@@ -1,4 +1,4 @@
-#include "app/KeyCodeTable.h"
+#include "config/KeyCodeTable.h"
 #include "settings/RecorderControl.h"
 
 #include <QAccessible>

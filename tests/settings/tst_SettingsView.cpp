@@ -1,7 +1,7 @@
 #include "ScreenColours.h"
 #include "SettingsFixtures.h"
 #include "TestHttpServer.h"
-#include "app/ColorSchemeFollower.h"
+#include "app/desktop/ColorSchemeFollower.h"
 #include "config/SettingsNotifier.h"
 #include "settings/PinList.h"
 #include "settings/PinRow.h"

@@ -1,6 +1,6 @@
 #include "SettingsFixtures.h"
 #include "TestHttpServer.h"
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "config/SettingsNotifier.h"
 #include "settings/PinList.h"
 #include "settings/PinRow.h"

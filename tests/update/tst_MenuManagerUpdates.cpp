@@ -1,7 +1,7 @@
 #include "AlertCatcher.h"
 #include "FakeRaindropService.h"
 #include "TestHttpServer.h"
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 #include "menu/MenuManager.h"
 
 #include <QAction>

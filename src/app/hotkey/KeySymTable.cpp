@@ -1,6 +1,6 @@
 #include "app/hotkey/KeySymTable.h"
 
-#include "app/KeyCodeTable.h"
+#include "config/KeyCodeTable.h"
 
 #include <array>
 

@@ -6,7 +6,7 @@
 #include "TestStatusNotifierWatcher.h"
 #include "X11Screen.h"
 
-#include "app/SingleInstance.h"
+#include "app/desktop/SingleInstance.h"
 
 #include "config/AppConfig.h"
 #include "config/Environment.h"

@@ -1,7 +1,7 @@
 #include "app/hotkey/x11/X11HotKeyBackend.h"
 
-#include "app/KeyCodeTable.h"
 #include "app/hotkey/KeySymTable.h"
+#include "config/KeyCodeTable.h"
 
 #include <QCoreApplication>
 

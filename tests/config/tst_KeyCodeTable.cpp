@@ -1,4 +1,4 @@
-#include "app/KeyCodeTable.h"
+#include "config/KeyCodeTable.h"
 #include "config/ShortcutConfig.h"
 
 #include <QKeyEvent>

@@ -1,4 +1,4 @@
-#include "app/DropIconEngine.h"
+#include "app/tray/DropIconEngine.h"
 
 #include <QPainter>
 #include <QPainterPath>

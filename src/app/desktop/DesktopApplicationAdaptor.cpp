@@ -1,4 +1,4 @@
-#include "app/DesktopApplicationAdaptor.h"
+#include "app/desktop/DesktopApplicationAdaptor.h"
 
 #include <QDBusError>
 #include <QGuiApplication>

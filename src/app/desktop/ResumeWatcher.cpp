@@ -1,4 +1,4 @@
-#include "app/ResumeWatcher.h"
+#include "app/desktop/ResumeWatcher.h"
 
 #include <QDBusConnection>
 

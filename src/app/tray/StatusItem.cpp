@@ -1,7 +1,7 @@
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 
-#include "app/DropIconEngine.h"
 #include "app/popup/MenuPopup.h"
+#include "app/tray/DropIconEngine.h"
 #include "app/tray/StatusNotifierItem.h"
 
 #include <QCursor>

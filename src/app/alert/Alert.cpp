@@ -1,6 +1,6 @@
-#include "app/Alert.h"
+#include "app/alert/Alert.h"
 
-#include "app/StatusItem.h"
+#include "app/tray/StatusItem.h"
 
 #include <QLabel>
 #include <QMessageBox>

@@ -1,4 +1,4 @@
-#include "app/ColorSchemeFollower.h"
+#include "app/desktop/ColorSchemeFollower.h"
 
 #include <QApplication>
 #include <QDBusMessage>

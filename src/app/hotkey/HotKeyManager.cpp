@@ -1,4 +1,4 @@
-#include "app/HotKeyManager.h"
+#include "app/hotkey/HotKeyManager.h"
 
 #include "app/hotkey/NoHotKeyBackend.h"
 #include "app/hotkey/portal/PortalHotKeyBackend.h"

@@ -1,4 +1,4 @@
-#include "app/ConnectivityWatcher.h"
+#include "app/desktop/ConnectivityWatcher.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
