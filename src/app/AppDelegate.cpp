@@ -136,9 +136,14 @@ void AppDelegate::start(const AppConfig& config) {
     // The key opens whichever menu the tray icon has then; the action holds the delegate weakly.
     m_hotKeyManager.update(config.openMenuShortcut.value_or(ShortcutConfig::defaultShortcut()),
                            [self = QPointer<AppDelegate>(this)] {
-                               if (self && self->m_statusItem)
-                                   self->m_statusItem->performClick();
+                               if (self)
+                                   self->openMenu();
                            });
+}
+
+void AppDelegate::openMenu() {
+    if (m_statusItem)
+        m_statusItem->performClick();
 }
 
 void AppDelegate::settingsChanged() {

@@ -29,6 +29,10 @@ public:
     // Called once the event loop is up.
     void applicationDidFinishLaunching();
 
+    // Opens the tray icon's menu as a click would: what the hot key and the desktop's "open
+    // the menu" requests do. Nothing before the launch.
+    void openMenu();
+
     StatusItem* statusItem() const { return m_statusItem.get(); }
     // Follows the desktop's light or dark preference, read soon after launch.
     ColorSchemeFollower* colorScheme() const { return m_colorScheme.get(); }

@@ -41,8 +41,8 @@ bool Application::start() {
 }
 
 void Application::showMenu() {
-    if (m_delegate && m_delegate->statusItem())
-        m_delegate->statusItem()->performClick();
+    if (m_delegate)
+        m_delegate->openMenu();
 }
 
 void Application::showSettings(const QString& activationToken) {

@@ -2,8 +2,11 @@
 
 #include "config/AppConfig.h"
 #include "config/Environment.h"
+#include "menu/BookmarkItems.h"
 #include "menu/BootClock.h"
-#include "menu/LazyEntryMenu.h"
+#include "menu/ClipboardSaver.h"
+#include "menu/FullMenuLayout.h"
+#include "menu/HoverPrefetch.h"
 #include "menu/LazyMenuDelegate.h"
 #include "menu/SubmenuPlacement.h"
 #include "service/Raindrop.h"
@@ -27,7 +30,8 @@ class QMenu;
 class StatusItem;
 
 // The menu of the tray icon: a placeholder at once, then the full menu built from the bookmark
-// service, rebuilt every few minutes and on request. Every menu action lands here.
+// service, rebuilt every few minutes and on request. Every menu action lands here, and goes on
+// to the part that does it: the layout, the bookmark items, the clipboard, the update checks.
 class MenuManager : public QObject {
     Q_OBJECT
 public:
@@ -53,7 +57,7 @@ public:
     };
 
     // The Tags submenu shows no more than this many tags.
-    static constexpr int tagLimit = 25;
+    static constexpr int tagLimit = FullMenuLayout::tagLimit;
 
     MenuManager(StatusItem* statusItem, AppConfig config, Environment environment, Timings timings,
                 QObject* parent = nullptr);
@@ -104,50 +108,22 @@ public:
     QCoro::Task<> saveURL(QString url, std::optional<QString> title);
 
     // The delegates of the lazy submenus of the attached full menu.
-    QList<std::shared_ptr<LazyMenuDelegate>> lazyDelegates() const { return m_lazyDelegates; }
+    QList<std::shared_ptr<LazyMenuDelegate>> lazyDelegates() const { return m_layout.delegates(); }
     std::shared_ptr<RaindropAPI> api() const { return m_api; }
 
 Q_SIGNALS:
     // "Settings…" was chosen; whoever owns the settings window shows it.
     void settingsRequested();
 
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override;
-
 private:
-    using ApiFetch =
-        std::function<QCoro::Task<QList<Raindrop>>(const std::shared_ptr<RaindropAPI>&)>;
-
     QCoro::Task<> buildFullMenu();
     bool isOutdated() const;
-    void appendFooter(QMenu* menu);
-    // Every submenu of the menu is made here, so that each one is placed beside its parent.
-    QMenu* newSubmenu(const QString& title, QMenu* parent);
-    // The "Collections" and "Tags" submenus, whose entries get their submenus when highlighted.
-    LazyEntryMenu* newEntryMenu(const QString& title, QMenu* parent,
-                                std::function<ApiFetch(const QVariant&)> fetchFor);
-    QAction* lazySubmenuItem(QMenu* parent, const QString& title, LazyMenuDelegate::Fetch fetch,
-                             QList<std::shared_ptr<LazyMenuDelegate>>& delegates);
-    // The submenu of an entry of a LazyEntryMenu, made when it is first highlighted.
-    QMenu* lazySubmenu(QAction* entry, LazyMenuDelegate::Fetch fetch);
-    // Gives submenu its "Loading…" line and a delegate that fills it.
-    std::shared_ptr<LazyMenuDelegate> makeLazy(QMenu* submenu, LazyMenuDelegate::Fetch fetch);
-    void addBookmarkItem(const Raindrop& bookmark, QMenu* menu);
-    QAction* addBookmarkAction(QMenu* menu, const QString& title, const QVariant& bookmark,
-                               void (MenuManager::*action)(QAction*));
-    void addQuitItem(QMenu* menu);
-    void watchHighlight(QMenu* menu);
-    // A fetch that holds this manager weakly and yields an empty list once it is gone.
-    LazyMenuDelegate::Fetch weakFetch(ApiFetch call);
 
     StatusItem* m_statusItem;
     AppConfig m_config;
     Environment m_environment;
     Timings m_timings;
     std::shared_ptr<RaindropAPI> m_api;
-    QList<std::shared_ptr<LazyMenuDelegate>> m_lazyDelegates;
-    QTimer m_prefetchTimer;
-    std::weak_ptr<LazyMenuDelegate> m_prefetchTarget;
     QTimer m_refreshTimer;
     // The full builds under way, when the last one attached began and whether it failed.
     int m_buildsInFlight = 0;
@@ -156,10 +132,10 @@ private:
     // A reload asked for while a build ran.
     bool m_reloadAfterBuild = false;
     bool m_refreshWaiting = false;
-    QPointer<QAction> m_addClipboardItem;
-    // What offersClipboardItem found, kept until the clipboard changes.
-    std::optional<bool> m_clipboardOffer;
-    QPointer<QAction> m_highlighted;
     UpdateChecker m_updateChecker;
     SubmenuPlacement m_submenuPlacement;
+    BookmarkItems m_bookmarks;
+    FullMenuLayout m_layout;
+    HoverPrefetch m_hoverPrefetch;
+    ClipboardSaver m_clipboard;
 };

@@ -4,6 +4,12 @@
 #include <QMenu>
 #include <QScreen>
 
+QMenu* SubmenuPlacement::newSubmenu(const QString& title, QMenu* parent) {
+    auto* submenu = new QMenu(title, parent);
+    watch(submenu);
+    return submenu;
+}
+
 void SubmenuPlacement::watch(QMenu* submenu) {
     submenu->installEventFilter(this);
 }

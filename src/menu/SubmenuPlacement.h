@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QRect>
+#include <QString>
 
 class QMenu;
 class QScreen;
@@ -17,6 +18,8 @@ public:
     // Places submenu each time it shows: to the left of its parent menu when that parent
     // opened to the left of its own parent, where Qt put it otherwise.
     void watch(QMenu* submenu);
+    // A new submenu of parent, watched.
+    QMenu* newSubmenu(const QString& title, QMenu* parent);
 
     // Whether a submenu at geometry lies to the left of its parent menu.
     static bool isLeftOfParent(const QRect& geometry, const QMenu* submenu);

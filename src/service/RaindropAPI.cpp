@@ -1,14 +1,11 @@
 #include "service/RaindropAPI.h"
 
-#include "service/HttpSession.h"
+#include "service/HttpFetch.h"
 #include "service/ListEnvelope.h"
 #include "service/ServiceError.h"
 
-#include <QCoroNetworkReply>
 #include <QJsonDocument>
-#include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QPointer>
 #include <QStringDecoder>
 #include <QUrl>
 
@@ -41,19 +38,6 @@ QString encodeQuery(const QList<QPair<QString, QString>>& items) {
         query += encodeQueryPart(name, true) + '=' + encodeQueryPart(value, false);
     }
     return QString::fromLatin1(query);
-}
-
-// Whether the exchange failed on the way rather than by the status that the server answered.
-bool isTransportFailure(QNetworkReply::NetworkError error, bool hasStatus) {
-    if (error == QNetworkReply::NoError)
-        return false;
-    // Qt turns the HTTP statuses it dislikes into errors of its own: most 4xx into 201..299,
-    // 400 and 418 into ProtocolInvalidOperationError, 5xx into 401..499. Those are answers,
-    // which the caller judges by the status itself.
-    const int code = int(error);
-    const bool fromStatus = (code >= 200 && code < 300) || (code >= 400 && code < 500) ||
-                            error == QNetworkReply::ProtocolInvalidOperationError;
-    return !(hasStatus && fromStatus);
 }
 
 QString sortKey(const QString& title) {
@@ -92,48 +76,23 @@ void RaindropAPI::authorize(QNetworkRequest& request) const {
 
 QCoro::Task<RaindropAPI::Answer> RaindropAPI::send(QNetworkRequest request, QByteArray verb,
                                                    QByteArray body, Canceller canceller) {
-    request.setTransferTimeout(int(m_timeout.count()));
-    // Redirects are not followed: the token must never travel to another address.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-
-    // A cancel that came before the request sends nothing at all.
-    if (canceller && canceller->isCancelled())
-        throw ServiceError(ServiceError::Kind::Transport, 0, cancelled);
-
-    QNetworkAccessManager& session = HttpSession::shared();
-    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
-        body.isNull() ? session.sendCustomRequest(request, verb)
-                      : session.sendCustomRequest(request, verb, body),
-        [](QNetworkReply* r) { r->deleteLater(); });
-
-    bool tooLarge = false;
-    QNetworkReply* raw = reply.get();
-    QObject::connect(raw, &QNetworkReply::downloadProgress, raw, [raw, &tooLarge](qint64 received) {
-        if (received > maximumBodySize && !tooLarge) {
-            tooLarge = true;
-            raw->abort();
-        }
-    });
-    if (canceller)
-        QObject::connect(canceller.get(), &RequestCanceller::cancelled, raw, &QNetworkReply::abort);
-
-    if (!raw->isFinished())
-        co_await qCoro(raw).waitForFinished();
-
-    if (tooLarge)
+    // Redirects are refused: the token must never travel to another address.
+    const HttpFetch::Limits limits{.idleTimeout = m_timeout, .bodyLimit = maximumBodySize};
+    const HttpFetch::Result result =
+        co_await HttpFetch::send(request, verb, body, limits, canceller);
+    switch (result.outcome) {
+    case HttpFetch::Result::Outcome::Answered:
+        co_return Answer{result.status, result.body};
+    case HttpFetch::Result::Outcome::TooLarge:
         throw ServiceError(ServiceError::Kind::Decoding, 0, bodyTooLarge);
-    const QNetworkReply::NetworkError error = raw->error();
-    const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (isTransportFailure(error, status.isValid())) {
-        QString message = raw->errorString();
-        if (canceller && canceller->isCancelled())
-            message = cancelled;
-        else if (error == QNetworkReply::OperationCanceledError)
-            message = timedOut;
-        throw ServiceError(ServiceError::Kind::Transport, 0, message);
+    case HttpFetch::Result::Outcome::Cancelled:
+        throw ServiceError(ServiceError::Kind::Transport, 0, cancelled);
+    case HttpFetch::Result::Outcome::TimedOut:
+        throw ServiceError(ServiceError::Kind::Transport, 0, timedOut);
+    case HttpFetch::Result::Outcome::Failed:
+        break;
     }
-    co_return Answer{status.isValid() ? status.toInt() : 0, raw->readAll()};
+    throw ServiceError(ServiceError::Kind::Transport, 0, result.errorText);
 }
 
 QCoro::Task<QByteArray> RaindropAPI::fetch(QString path, QueryItems query, Canceller canceller) {

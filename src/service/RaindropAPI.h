@@ -1,6 +1,5 @@
 #pragma once
 
-#include "config/Environment.h"
 #include "service/Collection.h"
 #include "service/Raindrop.h"
 #include "service/RequestCanceller.h"
@@ -28,8 +27,8 @@ public:
     // Service answers above this size fail as a decoding error instead of filling memory.
     static constexpr qint64 maximumBodySize = 64 * 1024 * 1024;
 
-    static std::shared_ptr<RaindropAPI> create(const QString& token,
-                                               const QString& base = Environment().apiBase,
+    // base: the service's address, up to and without the trailing slash.
+    static std::shared_ptr<RaindropAPI> create(const QString& token, const QString& base,
                                                std::chrono::milliseconds timeout = defaultTimeout);
 
     using Canceller = std::shared_ptr<RequestCanceller>;

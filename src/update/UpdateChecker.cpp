@@ -2,14 +2,12 @@
 
 #include "app/alert/Alert.h"
 #include "config/AppConfig.h"
-#include "service/HttpSession.h"
+#include "service/HttpFetch.h"
 #include "update/VersionComparison.h"
 
-#include <QCoroNetworkReply>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFileInfo>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSettings>
 #include <QTimer>
@@ -36,15 +34,6 @@ void recordNotifiedVersion(const QString& version) {
     settings->setValue(UpdateChecker::notifiedVersionKey(), version);
     // Written through before the alert, which may stay open for a long time.
     settings->sync();
-}
-
-// Whether an HTTP answer arrived in full. Its status does not matter: an error page carrying a
-// valid manifest is still a manifest. Errors below 100 are failures of the connection itself
-// (refused, reset, timed out, aborted, too many redirects).
-bool answered(const QNetworkReply& reply) {
-    const int error = int(reply.error());
-    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid() &&
-           !(error > 0 && error < 100);
 }
 
 } // namespace
@@ -88,30 +77,15 @@ QCoro::Task<void> UpdateChecker::checkForUpdatesSilently() {
 }
 
 QCoro::Task<std::optional<UpdateManifest>> UpdateChecker::fetchManifest(Check check) {
-    QNetworkRequest request(check.manifestUrl);
+    // Its status does not matter: an error page carrying a valid manifest is still a manifest.
     // Redirects are followed, but never from HTTPS down to plain HTTP.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
-    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
-        HttpSession::shared().get(request), [](QNetworkReply* r) { r->deleteLater(); });
-    QNetworkReply* raw = reply.get();
-    // A whole-answer deadline rather than an idle time-out: a server that sends a byte now and
-    // then must not hold the check either. A child of the reply, so that it goes with the reply
-    // instead of waking the program when it falls due.
-    auto* deadline = new QTimer(raw);
-    deadline->setSingleShot(true);
-    QObject::connect(deadline, &QTimer::timeout, raw, &QNetworkReply::abort);
-    deadline->start(check.fetchTimeout);
-    QObject::connect(raw, &QNetworkReply::downloadProgress, raw, [raw](qint64 received) {
-        if (received > maximumManifestSize)
-            raw->abort();
-    });
-
-    if (!raw->isFinished())
-        co_await qCoro(raw).waitForFinished();
-    if (!answered(*raw))
+    const HttpFetch::Result result = co_await HttpFetch::get(
+        QNetworkRequest(check.manifestUrl), {.deadline = check.fetchTimeout,
+                                             .bodyLimit = maximumManifestSize,
+                                             .redirects = HttpFetch::Redirects::FollowNoLessSafe});
+    if (!result.answered())
         co_return std::nullopt;
-    co_return UpdateManifest::parse(raw->readAll());
+    co_return UpdateManifest::parse(result.body);
 }
 
 QCoro::Task<void> UpdateChecker::runManualCheck(Check check) {

@@ -4,6 +4,8 @@
 #include "app/AppDelegate.h"
 #include "config/AppConfig.h"
 #include "config/SettingsNotifier.h"
+#include "settings/SettingsView.h"
+#include "settings/SettingsWindowController.h"
 
 #include <QApplication>
 #include <QDir>
@@ -73,6 +75,9 @@ private Q_SLOTS:
 
 void tst_AppDelegate::init() {
     QFile::remove(AppConfig::filePath());
+    // The one settings window of the process stays open from the test that showed it.
+    if (SettingsWindowController* settings = SettingsWindowController::shared())
+        settings->window()->close();
 }
 
 void tst_AppDelegate::firstLaunchThenSaved() {
