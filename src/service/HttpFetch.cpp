@@ -82,22 +82,22 @@ QCoro::Task<HttpFetch::Result> HttpFetch::send(QNetworkRequest request, QByteArr
         stopped = true;
         QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
     };
+    // Whether the body read so far passed the limit: it is then cut there or too large.
+    const auto passedLimit = [&result, &limits, &tooLarge] {
+        if (result.body.size() <= limits.bodyLimit)
+            return false;
+        result.body.truncate(limits.bodyLimit);
+        (limits.overLimit == OverLimit::Cut ? result.cut : tooLarge) = true;
+        return true;
+    };
     if (enough || limits.overLimit == OverLimit::Cut) {
         QObject::connect(raw, &QNetworkReply::readyRead, raw, [&, raw] {
             if (stopped)
                 return;
             const qsizetype previousSize = result.body.size();
             result.body += raw->readAll();
-            if (result.body.size() > limits.bodyLimit) {
-                result.body.truncate(limits.bodyLimit);
-                if (limits.overLimit == OverLimit::Cut)
-                    result.cut = true;
-                else
-                    tooLarge = true;
+            if (passedLimit() || (enough && enough(result.body, previousSize)))
                 stop();
-            } else if (enough && enough(result.body, previousSize)) {
-                stop();
-            }
         });
     } else {
         // The body is taken whole at the end; only its size is watched on the way.
@@ -115,16 +115,12 @@ QCoro::Task<HttpFetch::Result> HttpFetch::send(QNetworkRequest request, QByteArr
 
     const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     result.status = status.isValid() ? status.toInt() : 0;
+    const QNetworkReply::NetworkError error = raw->error();
     if (tooLarge) {
         result.outcome = Outcome::TooLarge;
-        co_return result;
-    }
-    if (stopped) {
+    } else if (stopped) {
         result.outcome = Outcome::Answered;
-        co_return result;
-    }
-    const QNetworkReply::NetworkError error = raw->error();
-    if (canceller && canceller->isCancelled()) {
+    } else if (canceller && canceller->isCancelled()) {
         result.outcome = Outcome::Cancelled;
     } else if (timedOut || error == QNetworkReply::OperationCanceledError) {
         // Qt's idle time-out aborts the reply as a cancel would.
@@ -133,15 +129,8 @@ QCoro::Task<HttpFetch::Result> HttpFetch::send(QNetworkRequest request, QByteArr
         result.outcome = Outcome::Failed;
         result.errorText = raw->errorString();
     } else {
-        result.outcome = Outcome::Answered;
         result.body += raw->readAll();
-        if (result.body.size() > limits.bodyLimit) {
-            result.body.truncate(limits.bodyLimit);
-            if (limits.overLimit == OverLimit::Cut)
-                result.cut = true;
-            else
-                result.outcome = Outcome::TooLarge;
-        }
+        result.outcome = passedLimit() && tooLarge ? Outcome::TooLarge : Outcome::Answered;
     }
     if (result.outcome != Outcome::Answered)
         result.body.clear();
