@@ -4,6 +4,7 @@
 #include "app/hotkey/portal/PortalHotKeyBackend.h"
 #include "app/hotkey/x11/X11HotKeyBackend.h"
 
+#include <QKeySequence>
 #include <QtTest>
 
 #include <functional>
@@ -15,7 +16,7 @@ namespace {
 // backends have their own tests against a real X server and a D-Bus portal.
 class RecordingBackend : public HotKeyBackend {
 public:
-    std::vector<Registration> active;
+    std::vector<QKeyCombination> active;
     int registerCalls = 0;
     int unregisterCalls = 0;
     // Called as the backend goes, while its fields can still be read.
@@ -26,9 +27,9 @@ public:
             onDestruction(*this);
     }
 
-    void registerHotKey(const Registration& registration) override {
+    void registerHotKey(QKeyCombination key) override {
         ++registerCalls;
-        active.push_back(registration);
+        active.push_back(key);
     }
     void unregisterHotKey() override {
         ++unregisterCalls;
@@ -41,16 +42,20 @@ ShortcutConfig shortcut(std::uint16_t keyCode, std::uint64_t flags, const char* 
     return {keyCode, flags, QString::fromLatin1(label)};
 }
 
+// For QCOMPARE's message: "Ctrl+Alt+R".
+QString text(QKeyCombination key) {
+    return QKeySequence(key).toString(QKeySequence::PortableText);
+}
+
 } // namespace
 
 class tst_HotKeyManager : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void fourCC();
-    void modifierMask_data();
-    void modifierMask();
-    void registersKeyCodeMaskAndIdentity();
-    void allModifiersGiveFullMask();
+    void hotKey_data();
+    void hotKey();
+    void backendGetsTheQtKeyAndModifiers();
+    void everyModifierReachesTheBackend();
     void sameShortcutTwiceHoldsOneRegistration();
     void absentShortcutAfterRegisteredLeavesNone();
     void absentShortcutStillStoresAction();
@@ -65,60 +70,65 @@ private Q_SLOTS:
     void x11Modifiers();
 };
 
-void tst_HotKeyManager::fourCC() {
-    QCOMPARE(HotKeyManager::fourCC(u"AB"), std::uint32_t(0x4142));
-    QCOMPARE(HotKeyManager::fourCC(u""), std::uint32_t(0));
-    QCOMPARE(HotKeyManager::fourCC(u"qlMr"), std::uint32_t(0x716c4d72));
-    // Only the low 32 bits are kept: the first of five characters falls off the top.
-    QCOMPARE(HotKeyManager::fourCC(u"XqlMr"), std::uint32_t(0x716c4d72));
-}
-
-void tst_HotKeyManager::modifierMask_data() {
+void tst_HotKeyManager::hotKey_data() {
+    QTest::addColumn<int>("keyCode");
     QTest::addColumn<quint64>("flags");
-    QTest::addColumn<quint32>("mask");
-    QTest::newRow("all four") << quint64(0x1E0000) << quint32(0x1B00);
-    QTest::newRow("shift alone") << quint64(0x20000) << quint32(0x200);
-    QTest::newRow("command") << quint64(0x100000) << quint32(0x100);
-    QTest::newRow("option") << quint64(0x80000) << quint32(0x800);
-    QTest::newRow("control") << quint64(0x40000) << quint32(0x1000);
-    QTest::newRow("default option+command") << quint64(0x180000) << quint32(0x900);
-    QTest::newRow("none") << quint64(0) << quint32(0);
+    QTest::addColumn<int>("key");
+    QTest::addColumn<int>("modifiers");
+    const int ctrl = Qt::ControlModifier;
+    const int alt = Qt::AltModifier;
+    const int shift = Qt::ShiftModifier;
+    const int meta = Qt::MetaModifier;
+    QTest::newRow("default option+command+R")
+        << 15 << quint64(0x180000) << int(Qt::Key_R) << (ctrl | alt);
+    QTest::newRow("all four") << 40 << quint64(0x1E0000) << int(Qt::Key_K)
+                              << (ctrl | alt | shift | meta);
+    QTest::newRow("command is Ctrl") << 18 << quint64(0x100000) << int(Qt::Key_1) << ctrl;
+    QTest::newRow("option is Alt") << 96 << quint64(0x80000) << int(Qt::Key_F5) << alt;
+    QTest::newRow("shift") << 0 << quint64(0x20000) << int(Qt::Key_A) << shift;
+    QTest::newRow("control is Meta") << 126 << quint64(0x40000) << int(Qt::Key_Up) << meta;
+    QTest::newRow("none") << 53 << quint64(0) << int(Qt::Key_Escape) << 0;
     QTest::newRow("caps lock and device bits dropped")
-        << quint64(0x10000 | 0x100 | 0x800000 | 0x100000) << quint32(0x100);
+        << 44 << quint64(0x10000 | 0x100 | 0x800000 | 0x100000) << int(Qt::Key_Slash) << ctrl;
+    QTest::newRow("key code without a Qt key")
+        << 10 << quint64(0x100000) << int(Qt::Key_unknown) << ctrl;
 }
 
-void tst_HotKeyManager::modifierMask() {
+void tst_HotKeyManager::hotKey() {
+    QFETCH(int, keyCode);
     QFETCH(quint64, flags);
-    QFETCH(quint32, mask);
-    QCOMPARE(HotKeyManager::modifierMask(flags), mask);
+    QFETCH(int, key);
+    QFETCH(int, modifiers);
+    const QKeyCombination hotKey =
+        HotKeyManager::hotKey({static_cast<std::uint16_t>(keyCode), flags, QString()});
+    QCOMPARE(int(hotKey.key()), key);
+    QCOMPARE(hotKey.keyboardModifiers().toInt(), modifiers);
 }
 
-void tst_HotKeyManager::registersKeyCodeMaskAndIdentity() {
+void tst_HotKeyManager::backendGetsTheQtKeyAndModifiers() {
     auto backend = std::make_unique<RecordingBackend>();
     RecordingBackend* desktop = backend.get();
     HotKeyManager manager(std::move(backend));
     manager.update(ShortcutConfig::defaultShortcut(), [] {});
     QCOMPARE(desktop->active.size(), std::size_t(1));
-    QCOMPARE(desktop->active[0].keyCode, std::uint16_t(15));
-    QCOMPARE(desktop->active[0].modifierMask, std::uint32_t(0x900));
-    QCOMPARE(desktop->active[0].signature, std::uint32_t(0x716c4d72));
-    QCOMPARE(desktop->active[0].id, std::uint32_t(1));
+    QCOMPARE(text(desktop->active[0]), QStringLiteral("Ctrl+Alt+R"));
+    QCOMPARE(desktop->active[0], QKeyCombination(Qt::ControlModifier | Qt::AltModifier, Qt::Key_R));
 }
 
-void tst_HotKeyManager::allModifiersGiveFullMask() {
+void tst_HotKeyManager::everyModifierReachesTheBackend() {
     auto backend = std::make_unique<RecordingBackend>();
     RecordingBackend* desktop = backend.get();
     HotKeyManager manager(std::move(backend));
     manager.update(shortcut(40, 0x1E0000, "K"), [] {});
     QCOMPARE(desktop->active.size(), std::size_t(1));
-    QCOMPARE(desktop->active[0].modifierMask, std::uint32_t(0x1B00));
+    QCOMPARE(text(desktop->active[0]), QStringLiteral("Meta+Ctrl+Alt+Shift+K"));
     manager.update(shortcut(0, 0x20000, "A"), [] {});
     QCOMPARE(desktop->active.size(), std::size_t(1));
-    QCOMPARE(desktop->active[0].modifierMask, std::uint32_t(0x200));
+    QCOMPARE(text(desktop->active[0]), QStringLiteral("Shift+A"));
     // A shortcut without any of the four modifiers still registers.
     manager.update(shortcut(96, 0, "F5"), [] {});
     QCOMPARE(desktop->active.size(), std::size_t(1));
-    QCOMPARE(desktop->active[0].modifierMask, std::uint32_t(0));
+    QCOMPARE(text(desktop->active[0]), QStringLiteral("F5"));
 }
 
 void tst_HotKeyManager::sameShortcutTwiceHoldsOneRegistration() {
@@ -200,7 +210,7 @@ void tst_HotKeyManager::actionMayReplaceItself() {
     QCoreApplication::processEvents();
     QCOMPARE(ran, (QStringList{QStringLiteral("first"), QStringLiteral("second")}));
     QCOMPARE(desktop->active.size(), std::size_t(1));
-    QCOMPARE(desktop->active[0].keyCode, std::uint16_t(40));
+    QCOMPARE(text(desktop->active[0]), QStringLiteral("Ctrl+K"));
 }
 
 void tst_HotKeyManager::pressAfterDestructionRunsNothing() {
@@ -258,32 +268,36 @@ void tst_HotKeyManager::offscreenGetsABackendThatRuns() {
 }
 
 void tst_HotKeyManager::keySyms() {
-    QCOMPARE(KeySymTable::keysym(15), std::optional<std::uint32_t>(0x72)); // r
-    QCOMPARE(KeySymTable::name(15), QStringLiteral("r"));
-    QCOMPARE(KeySymTable::keysym(29), std::optional<std::uint32_t>(0x30)); // 0
-    QCOMPARE(KeySymTable::name(18), QStringLiteral("1"));
-    QCOMPARE(KeySymTable::keysym(122), std::optional<std::uint32_t>(0xffbe)); // F1
-    QCOMPARE(KeySymTable::name(111), QStringLiteral("F12"));
-    QCOMPARE(KeySymTable::keysym(113), std::optional<std::uint32_t>(0xffcc)); // F15
-    QCOMPARE(KeySymTable::name(36), QStringLiteral("Return"));
-    QCOMPARE(KeySymTable::keysym(51), std::optional<std::uint32_t>(0xff08));
-    QCOMPARE(KeySymTable::name(51), QStringLiteral("BackSpace"));
-    QCOMPARE(KeySymTable::keysym(117), std::optional<std::uint32_t>(0xffff));
-    QCOMPARE(KeySymTable::name(53), QStringLiteral("Escape"));
-    QCOMPARE(KeySymTable::name(126), QStringLiteral("Up"));
-    QCOMPARE(KeySymTable::name(116), QStringLiteral("Page_Up"));
-    QCOMPARE(KeySymTable::name(50), QStringLiteral("grave"));
-    QCOMPARE(KeySymTable::keysym(50), std::optional<std::uint32_t>(0x60));
-    QCOMPARE(KeySymTable::keysym(10), std::nullopt);
-    QCOMPARE(KeySymTable::name(10), QString());
+    QCOMPARE(KeySymTable::keysym(Qt::Key_R), std::optional<std::uint32_t>(0x72)); // r
+    QCOMPARE(KeySymTable::name(Qt::Key_R), QStringLiteral("r"));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_0), std::optional<std::uint32_t>(0x30));
+    QCOMPARE(KeySymTable::name(Qt::Key_1), QStringLiteral("1"));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_F1), std::optional<std::uint32_t>(0xffbe));
+    QCOMPARE(KeySymTable::name(Qt::Key_F12), QStringLiteral("F12"));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_F15), std::optional<std::uint32_t>(0xffcc));
+    QCOMPARE(KeySymTable::name(Qt::Key_Return), QStringLiteral("Return"));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_Backspace), std::optional<std::uint32_t>(0xff08));
+    QCOMPARE(KeySymTable::name(Qt::Key_Backspace), QStringLiteral("BackSpace"));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_Delete), std::optional<std::uint32_t>(0xffff));
+    QCOMPARE(KeySymTable::name(Qt::Key_Escape), QStringLiteral("Escape"));
+    QCOMPARE(KeySymTable::name(Qt::Key_Up), QStringLiteral("Up"));
+    QCOMPARE(KeySymTable::name(Qt::Key_PageUp), QStringLiteral("Page_Up"));
+    QCOMPARE(KeySymTable::name(Qt::Key_QuoteLeft), QStringLiteral("grave"));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_QuoteLeft), std::optional<std::uint32_t>(0x60));
+    QCOMPARE(KeySymTable::keysym(Qt::Key_unknown), std::nullopt);
+    QCOMPARE(KeySymTable::name(Qt::Key_unknown), QString());
 }
 
 void tst_HotKeyManager::x11Modifiers() {
-    // Command is Ctrl, option Alt (Mod1), shift Shift, control Super (Mod4).
-    QCOMPARE(X11HotKeyBackend::x11Modifiers(0x900), std::uint16_t(0x4 | 0x8));
-    QCOMPARE(X11HotKeyBackend::x11Modifiers(0x1B00), std::uint16_t(0x4 | 0x8 | 0x1 | 0x40));
-    QCOMPARE(X11HotKeyBackend::x11Modifiers(0x200), std::uint16_t(0x1));
-    QCOMPARE(X11HotKeyBackend::x11Modifiers(0), std::uint16_t(0));
+    // Ctrl, Alt (Mod1), Shift, Meta as Super (Mod4); the keypad flag is no X modifier.
+    QCOMPARE(X11HotKeyBackend::x11Modifiers(Qt::ControlModifier | Qt::AltModifier),
+             std::uint16_t(0x4 | 0x8));
+    QCOMPARE(X11HotKeyBackend::x11Modifiers(Qt::ControlModifier | Qt::AltModifier |
+                                            Qt::ShiftModifier | Qt::MetaModifier),
+             std::uint16_t(0x4 | 0x8 | 0x1 | 0x40));
+    QCOMPARE(X11HotKeyBackend::x11Modifiers(Qt::ShiftModifier | Qt::KeypadModifier),
+             std::uint16_t(0x1));
+    QCOMPARE(X11HotKeyBackend::x11Modifiers(Qt::NoModifier), std::uint16_t(0));
 }
 
 QTEST_MAIN(tst_HotKeyManager)

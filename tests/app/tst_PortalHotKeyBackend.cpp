@@ -173,8 +173,9 @@ private Q_SLOTS:
     void cleanup();
     void preferredTrigger_data();
     void preferredTrigger();
-    void shortcutId();
     void createsSessionAndBindsOneShortcut();
+    void backendProposesTheQtKeyItIsGiven();
+    void keyWithoutNameLetsTheDesktopChoose();
     void activatedRunsTheAction();
     void activatedForAnotherShortcutOrSessionDoesNothing();
     void updateClosesOldSessionAndBindsNewShortcut();
@@ -233,30 +234,31 @@ void tst_PortalHotKeyBackend::waitForBind(int count) {
 }
 
 void tst_PortalHotKeyBackend::preferredTrigger_data() {
-    QTest::addColumn<int>("keyCode");
-    QTest::addColumn<quint32>("mask");
+    QTest::addColumn<int>("key");
+    QTest::addColumn<int>("modifiers");
     QTest::addColumn<QString>("trigger");
-    QTest::newRow("default") << 15 << quint32(0x900) << QStringLiteral("CTRL+ALT+r");
-    QTest::newRow("all four") << 40 << quint32(0x1B00) << QStringLiteral("CTRL+ALT+SHIFT+LOGO+k");
-    QTest::newRow("shift F5") << 96 << quint32(0x200) << QStringLiteral("SHIFT+F5");
-    QTest::newRow("bare Escape") << 53 << quint32(0) << QStringLiteral("Escape");
-    QTest::newRow("digit") << 18 << quint32(0x100) << QStringLiteral("CTRL+1");
-    QTest::newRow("arrow") << 126 << quint32(0x1000) << QStringLiteral("LOGO+Up");
-    QTest::newRow("punctuation") << 44 << quint32(0x100) << QStringLiteral("CTRL+slash");
-    QTest::newRow("unknown key") << 10 << quint32(0x100) << QString();
+    const int ctrl = Qt::ControlModifier;
+    const int alt = Qt::AltModifier;
+    const int shift = Qt::ShiftModifier;
+    const int meta = Qt::MetaModifier;
+    QTest::newRow("default") << int(Qt::Key_R) << (ctrl | alt) << QStringLiteral("CTRL+ALT+r");
+    QTest::newRow("all four") << int(Qt::Key_K) << (ctrl | alt | shift | meta)
+                              << QStringLiteral("CTRL+ALT+SHIFT+LOGO+k");
+    QTest::newRow("shift F5") << int(Qt::Key_F5) << shift << QStringLiteral("SHIFT+F5");
+    QTest::newRow("bare Escape") << int(Qt::Key_Escape) << 0 << QStringLiteral("Escape");
+    QTest::newRow("digit") << int(Qt::Key_1) << ctrl << QStringLiteral("CTRL+1");
+    QTest::newRow("arrow") << int(Qt::Key_Up) << meta << QStringLiteral("LOGO+Up");
+    QTest::newRow("punctuation") << int(Qt::Key_Slash) << ctrl << QStringLiteral("CTRL+slash");
+    QTest::newRow("unknown key") << int(Qt::Key_unknown) << ctrl << QString();
 }
 
 void tst_PortalHotKeyBackend::preferredTrigger() {
-    QFETCH(int, keyCode);
-    QFETCH(quint32, mask);
+    QFETCH(int, key);
+    QFETCH(int, modifiers);
     QFETCH(QString, trigger);
-    QCOMPARE(PortalHotKeyBackend::preferredTrigger(static_cast<std::uint16_t>(keyCode), mask),
+    QCOMPARE(PortalHotKeyBackend::preferredTrigger(
+                 QKeyCombination(Qt::KeyboardModifiers(modifiers), Qt::Key(key))),
              trigger);
-}
-
-void tst_PortalHotKeyBackend::shortcutId() {
-    QCOMPARE(PortalHotKeyBackend::shortcutId(HotKeyManager::fourCC(u"qlMr"), 1),
-             QStringLiteral("716c4d72-1"));
 }
 
 void tst_PortalHotKeyBackend::createsSessionAndBindsOneShortcut() {
@@ -295,7 +297,8 @@ void tst_PortalHotKeyBackend::createsSessionAndBindsOneShortcut() {
                  options.value(QStringLiteral("session_handle_token")).toString());
     const QList<BoundShortcut> shortcuts = shortcutsOf(bind);
     QCOMPARE(shortcuts.size(), 1);
-    QCOMPARE(shortcuts[0].id, QStringLiteral("716c4d72-1"));
+    // The desktop keeps the user's choice of key under this id.
+    QCOMPARE(shortcuts[0].id, QStringLiteral("open-menu"));
     QCOMPARE(shortcuts[0].properties.value(QStringLiteral("description")).toString(),
              QStringLiteral("Open the Quillmar menu"));
     QCOMPARE(shortcuts[0].properties.value(QStringLiteral("preferred_trigger")).toString(),
@@ -303,6 +306,34 @@ void tst_PortalHotKeyBackend::createsSessionAndBindsOneShortcut() {
     QCOMPARE(bind.arguments.at(2).toString(), QString());
     const QVariantMap bindOptions = qdbus_cast<QVariantMap>(bind.arguments.at(3));
     QVERIFY(isPathElement(bindOptions.value(QStringLiteral("handle_token")).toString()));
+}
+
+void tst_PortalHotKeyBackend::backendProposesTheQtKeyItIsGiven() {
+    startPortal();
+    PortalHotKeyBackend backend(m_appBus);
+    backend.registerHotKey(QKeyCombination(Qt::ShiftModifier | Qt::MetaModifier, Qt::Key_F5));
+    waitForBind(1);
+    const QList<BoundShortcut> shortcuts =
+        shortcutsOf(m_portal->callsOf(QStringLiteral("BindShortcuts")).at(0));
+    QCOMPARE(shortcuts.size(), 1);
+    QCOMPARE(shortcuts[0].id, QStringLiteral("open-menu"));
+    QCOMPARE(shortcuts[0].properties.value(QStringLiteral("preferred_trigger")).toString(),
+             QStringLiteral("SHIFT+LOGO+F5"));
+}
+
+void tst_PortalHotKeyBackend::keyWithoutNameLetsTheDesktopChoose() {
+    startPortal();
+    HotKeyManager manager(std::make_unique<PortalHotKeyBackend>(m_appBus));
+    // A key code from a file written elsewhere, with no key here.
+    manager.update(ShortcutConfig{10, ShortcutConfig::CommandFlag, QStringLiteral("§")}, [] {});
+    waitForBind(1);
+    const QList<BoundShortcut> shortcuts =
+        shortcutsOf(m_portal->callsOf(QStringLiteral("BindShortcuts")).at(0));
+    QCOMPARE(shortcuts.size(), 1);
+    QCOMPARE(shortcuts[0].id, QStringLiteral("open-menu"));
+    QVERIFY(!shortcuts[0].properties.contains(QStringLiteral("preferred_trigger")));
+    QCOMPARE(shortcuts[0].properties.value(QStringLiteral("description")).toString(),
+             QStringLiteral("Open the Quillmar menu"));
 }
 
 void tst_PortalHotKeyBackend::activatedRunsTheAction() {

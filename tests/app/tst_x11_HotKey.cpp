@@ -4,6 +4,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/hotkey/HotKeyManager.h"
+#include "app/hotkey/x11/X11HotKeyBackend.h"
 #include "app/tray/StatusItem.h"
 #include "config/AppConfig.h"
 #include "config/SettingsNotifier.h"
@@ -15,6 +16,7 @@
 #include <QMenu>
 #include <QProcess>
 #include <QScopeGuard>
+#include <QSignalSpy>
 #include <QtTest>
 
 #include <xcb/xcb.h>
@@ -184,6 +186,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void keyPressOpensTrayMenu();
+    void backendGrabsTheQtKeyItIsGiven();
     void keyAtItsPlaceUnderLayoutWithoutLatinLetters();
     void updateMovesTheKey();
     void worksWithNumLockAndCapsLock();
@@ -257,6 +260,22 @@ void tst_x11_HotKey::defaultKeyOpensTrayMenu(const QString& keys) {
 
 void tst_x11_HotKey::keyPressOpensTrayMenu() {
     defaultKeyOpensTrayMenu(QStringLiteral("ctrl+alt+r"));
+}
+
+void tst_x11_HotKey::backendGrabsTheQtKeyItIsGiven() {
+    const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    QVERIFY(x11 && x11->connection());
+    X11HotKeyBackend backend(x11->connection());
+    QSignalSpy pressed(&backend, &HotKeyBackend::pressed);
+    backend.registerHotKey(QKeyCombination(Qt::ControlModifier | Qt::AltModifier, Qt::Key_R));
+    OtherClient other;
+    QVERIFY(!other.grab(keysymR, modControl | modAlt));
+    pressAndSettle(QStringLiteral("ctrl+alt+r"));
+    QCOMPARE(pressed.size(), 1);
+
+    backend.unregisterHotKey();
+    QVERIFY(other.grab(keysymR, modControl | modAlt));
+    other.ungrab(keysymR, modControl | modAlt);
 }
 
 void tst_x11_HotKey::keyAtItsPlaceUnderLayoutWithoutLatinLetters() {

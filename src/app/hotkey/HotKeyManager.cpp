@@ -3,11 +3,11 @@
 #include "app/hotkey/NoHotKeyBackend.h"
 #include "app/hotkey/portal/PortalHotKeyBackend.h"
 #include "app/hotkey/x11/X11HotKeyBackend.h"
+#include "config/KeyCodeTable.h"
 
 #include <QDBusConnection>
 #include <QGuiApplication>
 
-#include <array>
 #include <utility>
 
 namespace {
@@ -25,13 +25,6 @@ std::unique_ptr<HotKeyBackend> backendForThisDesktop() {
         return std::make_unique<PortalHotKeyBackend>(QDBusConnection::sessionBus());
     return std::make_unique<NoHotKeyBackend>();
 }
-
-constexpr std::array<std::pair<std::uint64_t, std::uint32_t>, 4> maskBits{{
-    {ShortcutConfig::CommandFlag, HotKeyBackend::CommandMask},
-    {ShortcutConfig::ShiftFlag, HotKeyBackend::ShiftMask},
-    {ShortcutConfig::OptionFlag, HotKeyBackend::OptionMask},
-    {ShortcutConfig::ControlFlag, HotKeyBackend::ControlMask},
-}};
 
 } // namespace
 
@@ -57,8 +50,7 @@ void HotKeyManager::update(const std::optional<ShortcutConfig>& shortcut, Action
     }
     if (!shortcut)
         return;
-    m_backend->registerHotKey(
-        {shortcut->keyCode, modifierMask(shortcut->modifierFlags), fourCC(u"qlMr"), hotKeyId});
+    m_backend->registerHotKey(hotKey(*shortcut));
     m_registered = true;
 }
 
@@ -77,18 +69,8 @@ void HotKeyManager::handlePressed() {
         Qt::QueuedConnection);
 }
 
-std::uint32_t HotKeyManager::fourCC(QStringView text) {
-    std::uint32_t value = 0;
-    for (const uint scalar : text.toUcs4())
-        value = (value << 8) | static_cast<std::uint32_t>(scalar);
-    return value;
-}
-
-std::uint32_t HotKeyManager::modifierMask(std::uint64_t modifierFlags) {
-    std::uint32_t mask = 0;
-    for (const auto& [flag, bit] : maskBits) {
-        if ((modifierFlags & flag) != 0)
-            mask |= bit;
-    }
-    return mask;
+QKeyCombination HotKeyManager::hotKey(const ShortcutConfig& shortcut) {
+    const std::optional<int> key = KeyCodeTable::qtKey(shortcut.keyCode);
+    return QKeyCombination(KeyCodeTable::qtModifiers(shortcut.modifierFlags),
+                           key ? Qt::Key(*key) : Qt::Key_unknown);
 }

@@ -3,10 +3,9 @@
 #include "app/hotkey/HotKeyBackend.h"
 #include "config/ShortcutConfig.h"
 
+#include <QKeyCombination>
 #include <QObject>
-#include <QStringView>
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -18,9 +17,6 @@ class HotKeyManager : public QObject {
 public:
     using Action = std::function<void()>;
 
-    // Identity of the one registration: signature "qlMr", id 1.
-    static constexpr std::uint32_t hotKeyId = 1;
-
     // Uses the backend for the desktop this process runs on: an X11 key grab, the desktop
     // portal's global shortcuts on Wayland, nothing elsewhere.
     explicit HotKeyManager(QObject* parent = nullptr);
@@ -31,11 +27,10 @@ public:
     // absent shortcut). Never fails: a key the desktop refuses simply never fires.
     void update(const std::optional<ShortcutConfig>& shortcut, Action action);
 
-    // Folds the characters into a 32-bit word, the first one ending in the top byte.
-    static std::uint32_t fourCC(QStringView text);
-    // The registration's modifier mask (HotKeyBackend's bits) for the configuration's modifier
-    // bits; bits other than the four modifiers are dropped.
-    static std::uint32_t modifierMask(std::uint64_t modifierFlags);
+    // The key the backends register for a shortcut of the configuration. Command is Ctrl and
+    // control the Meta (Super) key, as Qt maps them on Linux; modifier bits other than the four
+    // are dropped, and a key code without a Qt key is Qt::Key_unknown.
+    static QKeyCombination hotKey(const ShortcutConfig& shortcut);
 
 private:
     void handlePressed();

@@ -1,7 +1,5 @@
 #include "app/hotkey/KeySymTable.h"
 
-#include "config/KeyCodeTable.h"
-
 #include <array>
 
 namespace {
@@ -50,26 +48,23 @@ struct Found {
     QString name;
 };
 
-std::optional<Found> find(std::uint16_t keyCode) {
-    const std::optional<int> key = KeyCodeTable::qtKey(keyCode);
-    if (!key)
-        return std::nullopt;
+std::optional<Found> find(Qt::Key key) {
     // Letters: the symbol of the unshifted key, which is the lower-case letter.
-    if (*key >= Qt::Key_A && *key <= Qt::Key_Z) {
-        const auto lower = static_cast<std::uint32_t>(*key - Qt::Key_A + 'a');
+    if (key >= Qt::Key_A && key <= Qt::Key_Z) {
+        const auto lower = static_cast<std::uint32_t>(key - Qt::Key_A + 'a');
         return Found{lower, QString(QChar(lower))};
     }
-    if (*key >= Qt::Key_0 && *key <= Qt::Key_9) {
-        const auto digit = static_cast<std::uint32_t>(*key);
+    if (key >= Qt::Key_0 && key <= Qt::Key_9) {
+        const auto digit = static_cast<std::uint32_t>(key);
         return Found{digit, QString(QChar(digit))};
     }
-    if (*key >= Qt::Key_F1 && *key <= Qt::Key_F35) {
-        const int number = *key - Qt::Key_F1;
+    if (key >= Qt::Key_F1 && key <= Qt::Key_F35) {
+        const int number = key - Qt::Key_F1;
         return Found{keysymF1 + static_cast<std::uint32_t>(number),
                      QStringLiteral("F%1").arg(number + 1)};
     }
     for (const KeySym& sym : namedKeySyms) {
-        if (sym.qtKey == *key)
+        if (sym.qtKey == key)
             return Found{sym.value, QString::fromLatin1(sym.name)};
     }
     return std::nullopt;
@@ -77,14 +72,14 @@ std::optional<Found> find(std::uint16_t keyCode) {
 
 } // namespace
 
-std::optional<std::uint32_t> KeySymTable::keysym(std::uint16_t keyCode) {
-    const std::optional<Found> found = find(keyCode);
+std::optional<std::uint32_t> KeySymTable::keysym(Qt::Key key) {
+    const std::optional<Found> found = find(key);
     if (!found)
         return std::nullopt;
     return found->value;
 }
 
-QString KeySymTable::name(std::uint16_t keyCode) {
-    const std::optional<Found> found = find(keyCode);
+QString KeySymTable::name(Qt::Key key) {
+    const std::optional<Found> found = find(key);
     return found ? found->name : QString();
 }

@@ -1,15 +1,16 @@
 #pragma once
 
 #include <QString>
+#include <Qt>
 
 #include <cstdint>
 #include <optional>
 
-// The X11 / xkbcommon key symbol of a configuration key code: the number for xcb and the name for
-// the shortcut strings of the desktop portal ("r", "F5", "Return").
+// The X11 / xkbcommon key symbol of a Qt key: the number for xcb and the name for the shortcut
+// strings of the desktop portal ("r", "F5", "Return").
 class KeySymTable {
 public:
-    static std::optional<std::uint32_t> keysym(std::uint16_t keyCode);
+    static std::optional<std::uint32_t> keysym(Qt::Key key);
     // Empty when the key has no symbol here.
-    static QString name(std::uint16_t keyCode);
+    static QString name(Qt::Key key);
 };

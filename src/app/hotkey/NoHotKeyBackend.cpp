@@ -1,7 +1,7 @@
 #include "app/hotkey/NoHotKeyBackend.h"
 
-void NoHotKeyBackend::registerHotKey(const Registration& registration) {
-    Q_UNUSED(registration);
+void NoHotKeyBackend::registerHotKey(QKeyCombination key) {
+    Q_UNUSED(key);
 }
 
 void NoHotKeyBackend::unregisterHotKey() {}

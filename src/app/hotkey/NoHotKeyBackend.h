@@ -9,6 +9,6 @@ class NoHotKeyBackend : public HotKeyBackend {
 public:
     using HotKeyBackend::HotKeyBackend;
 
-    void registerHotKey(const Registration& registration) override;
+    void registerHotKey(QKeyCombination key) override;
     void unregisterHotKey() override;
 };

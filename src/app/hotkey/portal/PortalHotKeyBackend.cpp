@@ -16,6 +16,9 @@ const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
 const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request");
+// The shortcut's identity towards the desktop, which keeps the user's choice of key under it:
+// another id would lose that choice.
+const QString shortcutId = QStringLiteral("open-menu");
 
 // One entry of BindShortcuts' a(sa{sv}).
 struct PortalShortcut {
@@ -58,26 +61,23 @@ PortalHotKeyBackend::~PortalHotKeyBackend() {
     unregisterHotKey();
 }
 
-QString PortalHotKeyBackend::preferredTrigger(std::uint16_t keyCode, std::uint32_t modifierMask) {
-    const QString key = KeySymTable::name(keyCode);
-    if (key.isEmpty())
+QString PortalHotKeyBackend::preferredTrigger(QKeyCombination key) {
+    const QString name = KeySymTable::name(key.key());
+    if (name.isEmpty())
         return {};
+    const Qt::KeyboardModifiers modifiers = key.keyboardModifiers();
     QStringList parts;
-    // Command is the Ctrl key and control the Super ("logo") key, as Qt maps them.
-    if (modifierMask & CommandMask)
+    if (modifiers.testFlag(Qt::ControlModifier))
         parts << QStringLiteral("CTRL");
-    if (modifierMask & OptionMask)
+    if (modifiers.testFlag(Qt::AltModifier))
         parts << QStringLiteral("ALT");
-    if (modifierMask & ShiftMask)
+    if (modifiers.testFlag(Qt::ShiftModifier))
         parts << QStringLiteral("SHIFT");
-    if (modifierMask & ControlMask)
+    // Qt's Meta is the Super ("logo") key.
+    if (modifiers.testFlag(Qt::MetaModifier))
         parts << QStringLiteral("LOGO");
-    parts << key;
+    parts << name;
     return parts.join(QLatin1Char('+'));
-}
-
-QString PortalHotKeyBackend::shortcutId(std::uint32_t signature, std::uint32_t id) {
-    return QStringLiteral("%1-%2").arg(signature, 8, 16, QLatin1Char('0')).arg(id);
 }
 
 QString PortalHotKeyBackend::nextToken() {
@@ -104,12 +104,11 @@ void PortalHotKeyBackend::unwatchRequest(const QString& path) {
                      SLOT(requestAnswered(uint, QVariantMap, QDBusMessage)));
 }
 
-void PortalHotKeyBackend::registerHotKey(const Registration& registration) {
+void PortalHotKeyBackend::registerHotKey(QKeyCombination key) {
     unregisterHotKey();
     if (!m_bus.isConnected())
         return;
-    m_shortcutId = shortcutId(registration.signature, registration.id);
-    m_trigger = preferredTrigger(registration.keyCode, registration.modifierMask);
+    m_trigger = preferredTrigger(key);
 
     if (!m_appRegistered) {
         // Tells the portal which application this unsandboxed process is, so the desktop can
@@ -184,7 +183,7 @@ void PortalHotKeyBackend::bindShortcut() {
         {QStringLiteral("description"), QStringLiteral("Open the Quillmar menu")}};
     if (!m_trigger.isEmpty())
         properties.insert(QStringLiteral("preferred_trigger"), m_trigger);
-    const QList<PortalShortcut> shortcuts{{m_shortcutId, properties}};
+    const QList<PortalShortcut> shortcuts{{shortcutId, properties}};
 
     QDBusMessage bind = QDBusMessage::createMethodCall(
         portalService, portalPath, shortcutsInterface, QStringLiteral("BindShortcuts"));
@@ -210,11 +209,10 @@ void PortalHotKeyBackend::unregisterHotKey() {
     }
 }
 
-void PortalHotKeyBackend::shortcutActivated(const QDBusObjectPath& session,
-                                            const QString& shortcutId, qulonglong timestamp,
-                                            const QVariantMap& options) {
+void PortalHotKeyBackend::shortcutActivated(const QDBusObjectPath& session, const QString& shortcut,
+                                            qulonglong timestamp, const QVariantMap& options) {
     Q_UNUSED(timestamp);
     Q_UNUSED(options);
-    if (!m_session.isEmpty() && session.path() == m_session && shortcutId == m_shortcutId)
+    if (!m_session.isEmpty() && session.path() == m_session && shortcut == shortcutId)
         Q_EMIT pressed();
 }

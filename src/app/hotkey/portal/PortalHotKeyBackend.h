@@ -20,18 +20,16 @@ public:
     explicit PortalHotKeyBackend(QDBusConnection bus, QObject* parent = nullptr);
     ~PortalHotKeyBackend() override;
 
-    void registerHotKey(const Registration& registration) override;
+    void registerHotKey(QKeyCombination key) override;
     void unregisterHotKey() override;
 
-    // The proposed key in the desktop shortcut notation ("CTRL+ALT+r"); empty when the key has
-    // no name there, and the desktop then lets the user choose.
-    static QString preferredTrigger(std::uint16_t keyCode, std::uint32_t modifierMask);
-    // The shortcut's identity towards the desktop, which remembers the user's choice under it.
-    static QString shortcutId(std::uint32_t signature, std::uint32_t id);
+    // The proposed key in the desktop shortcut notation ("CTRL+ALT+r", Meta being "LOGO");
+    // empty when the key has no name there, and the desktop then lets the user choose.
+    static QString preferredTrigger(QKeyCombination key);
 
 private Q_SLOTS:
     void requestAnswered(uint response, const QVariantMap& results, const QDBusMessage& message);
-    void shortcutActivated(const QDBusObjectPath& session, const QString& shortcutId,
+    void shortcutActivated(const QDBusObjectPath& session, const QString& shortcut,
                            qulonglong timestamp, const QVariantMap& options);
 
 private:
@@ -45,7 +43,6 @@ private:
     QDBusConnection m_bus;
     bool m_appRegistered = false;
     std::uint64_t m_tokenCounter = 0;
-    QString m_shortcutId;
     QString m_trigger;
     // CreateSession requests still waiting for their answer; only the newest one counts.
     QSet<QString> m_pendingRequests;

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -35,6 +36,12 @@ std::vector<xcb_keycode_t> keycodesFor(xcb_key_symbols_t* symbols, xcb_keysym_t 
     return keycodes;
 }
 
+// The XKB keycode of the key where a US layout has key; the key-code table knows the places.
+std::optional<std::uint32_t> placeOf(Qt::Key key) {
+    const std::optional<std::uint16_t> code = KeyCodeTable::keyCode(key);
+    return code ? KeyCodeTable::xkbKeycode(*code) : std::nullopt;
+}
+
 std::vector<xcb_window_t> rootWindows(xcb_connection_t* connection) {
     std::vector<xcb_window_t> roots;
     for (auto it = xcb_setup_roots_iterator(xcb_get_setup(connection)); it.rem;
@@ -57,19 +64,19 @@ X11HotKeyBackend::~X11HotKeyBackend() {
         app->removeNativeEventFilter(this);
 }
 
-std::uint16_t X11HotKeyBackend::x11Modifiers(std::uint32_t modifierMask) {
-    constexpr std::array<std::pair<std::uint32_t, std::uint16_t>, 4> bits{{
-        {CommandMask, XCB_MOD_MASK_CONTROL},
-        {ShiftMask, XCB_MOD_MASK_SHIFT},
-        {OptionMask, XCB_MOD_MASK_1},
-        {ControlMask, XCB_MOD_MASK_4},
+std::uint16_t X11HotKeyBackend::x11Modifiers(Qt::KeyboardModifiers modifiers) {
+    constexpr std::array<std::pair<Qt::KeyboardModifier, std::uint16_t>, 4> bits{{
+        {Qt::ControlModifier, XCB_MOD_MASK_CONTROL},
+        {Qt::ShiftModifier, XCB_MOD_MASK_SHIFT},
+        {Qt::AltModifier, XCB_MOD_MASK_1},
+        {Qt::MetaModifier, XCB_MOD_MASK_4},
     }};
-    std::uint16_t modifiers = 0;
-    for (const auto& [maskBit, x11Bit] : bits) {
-        if ((modifierMask & maskBit) != 0)
-            modifiers |= x11Bit;
+    std::uint16_t x11 = 0;
+    for (const auto& [modifier, x11Bit] : bits) {
+        if (modifiers.testFlag(modifier))
+            x11 |= x11Bit;
     }
-    return modifiers;
+    return x11;
 }
 
 std::uint16_t X11HotKeyBackend::numLockMask() const {
@@ -94,23 +101,24 @@ std::uint16_t X11HotKeyBackend::numLockMask() const {
     return 0;
 }
 
-void X11HotKeyBackend::registerHotKey(const Registration& registration) {
+void X11HotKeyBackend::registerHotKey(QKeyCombination key) {
     unregisterHotKey();
-    // The key at the recorded place, as the recorder took it: under a layout without Latin
-    // letters no key types "r", yet Ctrl+Alt+R is still the key where R sits. X servers on Linux
-    // number keys as XKB does. Keys without a place of their own are found by their symbol.
+    // The key at its place on a US keyboard, as the recorder took it: under a layout without
+    // Latin letters no key types "r", yet Ctrl+Alt+R is still the key where R sits. X servers
+    // on Linux number keys as XKB does. Keys without a place of their own are found by their
+    // symbol.
     std::vector<xcb_keycode_t> keycodes;
-    if (const auto physical = KeyCodeTable::xkbKeycode(registration.keyCode)) {
+    if (const auto physical = placeOf(key.key())) {
         keycodes.push_back(static_cast<xcb_keycode_t>(*physical));
     } else {
-        const std::optional<std::uint32_t> keysym = KeySymTable::keysym(registration.keyCode);
+        const std::optional<std::uint32_t> keysym = KeySymTable::keysym(key.key());
         if (!keysym)
             return;
         const KeySymbols symbols(xcb_key_symbols_alloc(m_connection));
         keycodes = keycodesFor(symbols.get(), *keysym);
     }
 
-    m_modifiers = x11Modifiers(registration.modifierMask);
+    m_modifiers = x11Modifiers(key.keyboardModifiers());
     const std::uint16_t numLock = numLockMask();
     m_ignoredModifiers = static_cast<std::uint16_t>(numLock | XCB_MOD_MASK_LOCK);
     // The grab matches the modifier state exactly, so the key is grabbed once for every

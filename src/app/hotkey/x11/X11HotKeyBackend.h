@@ -18,14 +18,14 @@ public:
     explicit X11HotKeyBackend(xcb_connection_t* connection, QObject* parent = nullptr);
     ~X11HotKeyBackend() override;
 
-    void registerHotKey(const Registration& registration) override;
+    void registerHotKey(QKeyCombination key) override;
     void unregisterHotKey() override;
 
     bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr* result) override;
 
-    // The X modifier state for a registration's modifier mask. Command is the Ctrl key and
-    // control the Super key, as Qt maps them on X11.
-    static std::uint16_t x11Modifiers(std::uint32_t modifierMask);
+    // The X modifier state for Qt's modifiers: Meta is the Super key (Mod4), as Qt maps it on
+    // X11. Modifiers other than Ctrl, Alt, Shift and Meta are dropped.
+    static std::uint16_t x11Modifiers(Qt::KeyboardModifiers modifiers);
 
 private:
     struct Grab {
