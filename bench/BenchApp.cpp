@@ -133,13 +133,14 @@ protected:
     }
 };
 
-// Waits until the status item carries a full menu other than previous.
+// Waits until the status item carries a full menu other than previous. A menu attached from now
+// on is another one even at previous's address (previous may be gone by then).
 QMenu* waitForFullMenu(const StatusItem& statusItem, const QMenu* previous,
                        QElapsedTimer* stopwatch = nullptr, qint64* attachedAt = nullptr) {
     QEventLoop loop;
     QMenu* full = nullptr;
     const auto check = [&](QMenu* menu) {
-        if (full || menu == previous || !isFull(menu))
+        if (full || !isFull(menu))
             return;
         full = menu;
         if (stopwatch && attachedAt)
@@ -148,7 +149,8 @@ QMenu* waitForFullMenu(const StatusItem& statusItem, const QMenu* previous,
     };
     const QMetaObject::Connection connection =
         QObject::connect(&statusItem, &StatusItem::menuChanged, &loop, check);
-    check(statusItem.menu());
+    if (statusItem.menu() != previous)
+        check(statusItem.menu());
     if (!full) {
         QTimer timeout;
         timeout.setSingleShot(true);

@@ -70,13 +70,18 @@ public:
     }
 
     // Spins the event loop until the status item carries a full menu other than previous.
+    // previous may be gone by then, and a new menu may have its address: each menu returned
+    // here is marked, and a menu at previous's address without the mark is a new one.
     static QMenu* waitForFullMenu(const StatusItem& statusItem, const QMenu* previous = nullptr,
                                   std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
+        static const char* const returnedMark = "returnedByWaitForFullMenu";
         QDeadlineTimer deadline(timeout);
         while (!deadline.hasExpired()) {
             QMenu* menu = statusItem.menu();
-            if (menu != previous && isFull(menu))
+            if (isFull(menu) && (menu != previous || !menu->property(returnedMark).toBool())) {
+                menu->setProperty(returnedMark, true);
                 return menu;
+            }
             QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
         }
         return nullptr;
