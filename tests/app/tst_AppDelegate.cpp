@@ -1,5 +1,5 @@
-#include "../menu/FakeService.h"
 #include "../menu/MenuTree.h"
+#include "FakeRaindropService.h"
 
 #include "app/AppDelegate.h"
 #include "config/AppConfig.h"
@@ -36,9 +36,9 @@ void save(const QString& token, QList<qint64> pinned = {}) {
     QVERIFY(!config.save());
 }
 
-QByteArrayList authorizations(const FakeService& service) {
+QByteArrayList authorizations(const FakeRaindropService& service) {
     QByteArrayList values;
-    const QList<TestHttpServer::Request> requests = service.server.requests();
+    const QList<TestHttpServer::Request> requests = service.server().requests();
     for (const TestHttpServer::Request& request : requests) {
         if (!values.contains(request.header("Authorization")))
             values.append(request.header("Authorization"));
@@ -76,15 +76,16 @@ void tst_AppDelegate::init() {
 }
 
 void tst_AppDelegate::firstLaunchThenSaved() {
-    FakeService service;
-    service.setItems(u"favourites"_s, {FakeService::bookmark(1, u"Fav"_s, u"https://f/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"favourites"_s,
+                     {FakeRaindropService::bookmark(1, u"Fav"_s, u"https://f/"_s)});
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QVERIFY(!QFileInfo::exists(AppConfig::filePath()));
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), setupMenu);
     QVERIFY(!delegate.menuManager());
     QTest::qWait(100);
-    QCOMPARE(service.server.requestCount(), 0);
+    QCOMPARE(service.server().requestCount(), 0);
 
     // The settings are saved with a token: the bookmark menu follows without a restart.
     save(u"first-token"_s);
@@ -103,7 +104,7 @@ void tst_AppDelegate::damagedConfiguration() {
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("{\"token\": ");
     file.close();
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), setupMenu);
@@ -113,20 +114,20 @@ void tst_AppDelegate::damagedConfiguration() {
 void tst_AppDelegate::whitespaceToken() {
     // Only an empty token means "not set up".
     save(u"  \t "_s);
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QVERIFY(delegate.menuManager());
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), placeholder);
     QVERIFY(MenuTree::waitForFullMenu(*delegate.statusItem()));
     // The token is sent trimmed, that is empty.
-    QCOMPARE(service.server.requests().constFirst().header("Authorization"),
+    QCOMPARE(service.server().requests().constFirst().header("Authorization"),
              QByteArrayLiteral("Bearer"));
 }
 
 void tst_AppDelegate::savingTwice() {
-    FakeService service;
-    service.setItems(u"collections"_s, {FakeService::collection(7, u"Seven"_s, 1)});
+    FakeRaindropService service;
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(7, u"Seven"_s, 1)});
     save(u"token-a"_s);
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
@@ -145,7 +146,7 @@ void tst_AppDelegate::savingTwice() {
     menu = MenuTree::waitForFullMenu(*delegate.statusItem());
     QVERIFY(menu);
 
-    service.server.clearRequests();
+    service.server().clearRequests();
     save(u"token-c"_s, {7});
     SettingsNotifier::instance().post();
     QVERIFY(!second);
@@ -155,12 +156,12 @@ void tst_AppDelegate::savingTwice() {
     // Built from the new configuration: its token and its pins.
     QVERIFY(MenuTree::item(menu, u"📌 Pinned"_s));
     QVERIFY(MenuTree::item(menu, u"Seven"_s));
-    QVERIFY(service.server.waitForRequests(4));
+    QVERIFY(service.server().waitForRequests(4));
     QCOMPARE(authorizations(service), QByteArrayList{"Bearer token-c"});
 }
 
 void tst_AppDelegate::clearingTheToken() {
-    FakeService service;
+    FakeRaindropService service;
     save(u"old-token"_s);
     AppDelegate delegate(service.environment(), testTimings(600ms));
     delegate.applicationDidFinishLaunching();
@@ -174,13 +175,13 @@ void tst_AppDelegate::clearingTheToken() {
     // The manager is kept, and so is its refresh: its own menu comes back, with the old token.
     QVERIFY(manager);
     QCOMPARE(delegate.menuManager(), manager.data());
-    service.server.clearRequests();
+    service.server().clearRequests();
     QVERIFY(MenuTree::waitForFullMenu(*delegate.statusItem(), menu, 3s));
     QCOMPARE(authorizations(service), QByteArrayList{"Bearer old-token"});
 }
 
 void tst_AppDelegate::setupMenuOpensSettings() {
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QCOMPARE(visibleWindows(), 0);
@@ -190,7 +191,7 @@ void tst_AppDelegate::setupMenuOpensSettings() {
 
 void tst_AppDelegate::bookmarkMenuOpensSettings() {
     save(u"token"_s);
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());

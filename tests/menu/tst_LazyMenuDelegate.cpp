@@ -1,4 +1,4 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
 
 #include "app/tray/StatusItem.h"
@@ -326,8 +326,8 @@ void tst_LazyMenuDelegate::menuHoldsDelegateWeakly() {
 }
 
 void tst_LazyMenuDelegate::reopenThroughService() {
-    FakeService service;
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Old"_s, u"https://o/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -350,21 +350,21 @@ void tst_LazyMenuDelegate::reopenThroughService() {
     QCOMPARE(service.count(u"recent"_s), 1);
 
     clock.advance(2min);
-    service.set(u"recent"_s,
-                FakeService::list({FakeService::bookmark(2, u"New"_s, u"https://n/"_s),
-                                   FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)})
-                    .after(300ms));
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(2, u"New"_s, u"https://n/"_s),
+                                  FakeRaindropService::bookmark(1, u"Old"_s, u"https://o/"_s)})
+                                 .after(300ms));
     Q_EMIT recent->aboutToShow();
-    QVERIFY(service.server.waitForRequests(service.server.requestCount() + 1));
+    QVERIFY(service.server().waitForRequests(service.server().requestCount() + 1));
     QCOMPARE(service.count(u"recent"_s), 2);
     QCOMPARE(MenuTree::describe(recent), QStringList{u"Old ▸"_s});
     QTRY_COMPARE(MenuTree::describe(recent), QStringList({u"New ▸"_s, u"Old ▸"_s}));
 }
 
 void tst_LazyMenuDelegate::emptyCollectionThroughService() {
-    FakeService service;
-    service.setItems(u"collections"_s, {FakeService::collection(7, u"Empty"_s, 0)});
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Last"_s, u"https://l/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(7, u"Empty"_s, 0)});
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Last"_s, u"https://l/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -392,8 +392,8 @@ void tst_LazyMenuDelegate::emptyCollectionThroughService() {
 }
 
 void tst_LazyMenuDelegate::failedThenLoadedThroughService() {
-    FakeService service;
-    service.setItems(u"tags"_s, {FakeService::tag(u"news"_s, 2)});
+    FakeRaindropService service;
+    service.setItems(u"tags"_s, {FakeRaindropService::tag(u"news"_s, 2)});
     service.set(u"tag_news"_s, TestHttpServer::Response::json("{}", 500));
     TestClock clock;
     StatusItem statusItem;
@@ -405,16 +405,17 @@ void tst_LazyMenuDelegate::failedThenLoadedThroughService() {
     QMenu* news = MenuTree::submenu(MenuTree::submenu(menu, u"🏷 Tags"_s), u"#news  (2)"_s);
     Q_EMIT news->aboutToShow();
     QTRY_COMPARE(MenuTree::describe(news), QStringList{u"(off) Failed to load"_s});
-    service.setItems(u"tag_news"_s, {FakeService::bookmark(4, u"Story"_s, u"https://s/"_s)});
+    service.setItems(u"tag_news"_s,
+                     {FakeRaindropService::bookmark(4, u"Story"_s, u"https://s/"_s)});
     Q_EMIT news->aboutToShow();
     QTRY_COMPARE(MenuTree::describe(news), QStringList{u"Story ▸"_s});
     QCOMPARE(service.count(u"tag_news"_s), 2);
 }
 
 void tst_LazyMenuDelegate::pinnedOpensFromCache() {
-    FakeService service;
-    service.setItems(u"collections"_s, {FakeService::collection(8, u"Pinned"_s, 1)});
-    service.setItems(u"col_8"_s, {FakeService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(8, u"Pinned"_s, 1)});
+    service.setItems(u"col_8"_s, {FakeRaindropService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config({8}), service.environment(), testTimings(clock));
@@ -432,9 +433,9 @@ void tst_LazyMenuDelegate::pinnedOpensFromCache() {
 }
 
 void tst_LazyMenuDelegate::bookmarkItemsInSubmenu() {
-    FakeService service;
-    service.setItems(u"recent"_s,
-                     {FakeService::bookmark(1, u"Salt & Pepper_"_s, u"https://s/"_s, true)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Salt & Pepper_"_s,
+                                                                 u"https://s/"_s, true)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -451,8 +452,8 @@ void tst_LazyMenuDelegate::bookmarkItemsInSubmenu() {
 }
 
 void tst_LazyMenuDelegate::managerGoneYieldsEmptyList() {
-    FakeService service;
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"One"_s, u"https://o/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"One"_s, u"https://o/"_s)});
     TestClock clock;
     StatusItem statusItem;
     auto manager = std::make_unique<MenuManager>(&statusItem, config(), service.environment(),
@@ -464,7 +465,7 @@ void tst_LazyMenuDelegate::managerGoneYieldsEmptyList() {
     QMenu* recent = MenuTree::submenu(menu, u"🕐 Recent"_s);
     const std::shared_ptr<LazyMenuDelegate> delegate = LazyMenuDelegate::of(recent);
     QVERIFY(delegate);
-    const int before = service.server.requestCount();
+    const int before = service.server().requestCount();
 
     manager.reset();
     // The delegate outlives its manager here; its fetch asks nothing and finds nothing.
@@ -472,7 +473,7 @@ void tst_LazyMenuDelegate::managerGoneYieldsEmptyList() {
     Q_EMIT recent->aboutToShow();
     QTRY_VERIFY(delegate->loadedAt());
     QTest::qWait(100);
-    QCOMPARE(service.server.requestCount(), before);
+    QCOMPARE(service.server().requestCount(), before);
     QCOMPARE(MenuTree::describe(recent), loading);
 }
 
@@ -480,18 +481,19 @@ namespace {
 
 // A running manager whose menu is open on the offscreen screen, for the hover tests.
 struct Hover {
-    FakeService service;
+    FakeRaindropService service;
     TestClock clock;
     StatusItem statusItem;
     std::unique_ptr<MenuManager> manager;
     QMenu* menu = nullptr;
 
     explicit Hover(QList<qint64> pinned = {}) {
-        service.setItems(u"collections"_s, {FakeService::collection(8, u"Pinned"_s, 1),
-                                            FakeService::collection(9, u"Inner"_s, 1)});
+        service.setItems(u"collections"_s, {FakeRaindropService::collection(8, u"Pinned"_s, 1),
+                                            FakeRaindropService::collection(9, u"Inner"_s, 1)});
         // The warm-up of the pinned list fails, so that its cache stays empty.
         service.set(u"col_8"_s, TestHttpServer::Response::json("{}", 500));
-        service.setItems(u"favourites"_s, {FakeService::bookmark(5, u"Fav"_s, u"https://f/"_s)});
+        service.setItems(u"favourites"_s,
+                         {FakeRaindropService::bookmark(5, u"Fav"_s, u"https://f/"_s)});
         manager = std::make_unique<MenuManager>(&statusItem, config(std::move(pinned)),
                                                 service.environment(), testTimings(clock));
         manager->buildInitialMenu();
@@ -533,14 +535,15 @@ void tst_LazyMenuDelegate::shortHighlightPrefetchesNothing() {
     // A bookmark item has a submenu of its own, but no list to fetch.
     QVERIFY(hover.highlight(u"Fav"_s));
     QTest::qWait(600);
-    QCOMPARE(hover.service.server.requestCount(), 4);
+    QCOMPARE(hover.service.server().requestCount(), 4);
 }
 
 void tst_LazyMenuDelegate::longHighlightPrefetchesOnce() {
     Hover hover({8});
     QVERIFY(hover.menu);
     QTRY_COMPARE(hover.service.count(u"col_8"_s), 1);
-    hover.service.setItems(u"col_8"_s, {FakeService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
+    hover.service.setItems(u"col_8"_s,
+                           {FakeRaindropService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
     QVERIFY(hover.highlight(u"Pinned"_s));
     // The pointer moving over the same item does not restart the delay.
     QTest::qWait(200);
@@ -595,7 +598,7 @@ void tst_LazyMenuDelegate::insideCollectionsNeverPrefetches() {
     QTest::qWait(900);
     QCOMPARE(hover.service.count(u"col_9"_s), 0);
     QCOMPARE(hover.service.count(u"col_8"_s), 0);
-    QCOMPARE(hover.service.server.requestCount(), 3);
+    QCOMPARE(hover.service.server().requestCount(), 3);
 }
 
 void tst_LazyMenuDelegate::leavingTheItemsStopsTheTimer() {
@@ -631,13 +634,13 @@ void tst_LazyMenuDelegate::leavingTheItemsStopsTheTimer() {
 }
 
 void tst_LazyMenuDelegate::grownSubmenuStaysBesideParent() {
-    FakeService service;
-    service.set(u"recent"_s,
-                FakeService::list({FakeService::bookmark(
-                                       1, u"A bookmark whose title is long enough to widen it"_s,
-                                       u"https://w/"_s),
-                                   FakeService::bookmark(2, u"Two"_s, u"https://t/"_s)})
-                    .after(200ms));
+    FakeRaindropService service;
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(
+                                      1, u"A bookmark whose title is long enough to widen it"_s,
+                                      u"https://w/"_s),
+                                  FakeRaindropService::bookmark(2, u"Two"_s, u"https://t/"_s)})
+                                 .after(200ms));
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -666,12 +669,12 @@ void tst_LazyMenuDelegate::grownSubmenuStaysBesideParent() {
 }
 
 void tst_LazyMenuDelegate::grownSubmenuOnTheRightKeepsItsPlace() {
-    FakeService service;
-    service.set(u"recent"_s,
-                FakeService::list({FakeService::bookmark(
-                                      1, u"A bookmark whose title is long enough to widen it"_s,
-                                      u"https://w/"_s)})
-                    .after(200ms));
+    FakeRaindropService service;
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(
+                                     1, u"A bookmark whose title is long enough to widen it"_s,
+                                     u"https://w/"_s)})
+                                 .after(200ms));
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -695,8 +698,8 @@ void tst_LazyMenuDelegate::grownSubmenuOnTheRightKeepsItsPlace() {
 }
 
 void tst_LazyMenuDelegate::refilledWhileActionsOpen() {
-    FakeService service;
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Old"_s, u"https://o/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -713,9 +716,9 @@ void tst_LazyMenuDelegate::refilledWhileActionsOpen() {
     clock.advance(1h);
 
     // The old list's item is open when the new list arrives.
-    service.set(
-        u"recent"_s,
-        FakeService::list({FakeService::bookmark(2, u"New"_s, u"https://n/"_s)}).after(200ms));
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(2, u"New"_s, u"https://n/"_s)})
+                                 .after(200ms));
     recent->hide();
     menu->setActiveAction(nullptr);
     menu->setActiveAction(recentItem);

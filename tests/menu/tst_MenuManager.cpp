@@ -1,4 +1,4 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
 
 #include "AlertCatcher.h"
@@ -39,21 +39,23 @@ AppConfig config(QList<qint64> pinnedIds = {}, QStringList pinnedTags = {}) {
 
 // The service as most tests see it: two favourites, six collections and five tags, some of
 // them pinned by the configuration of richConfig().
-void fillRich(FakeService& service) {
+void fillRich(FakeRaindropService& service) {
     service.setItems(
         u"favourites"_s,
-        {FakeService::bookmark(1, u"First favourite"_s, u"https://one.example/"_s, true),
-         FakeService::bookmark(2, u"Fish & Chips_1"_s, u"https://two.example/"_s, false, -1)});
-    service.setItems(u"collections"_s, {FakeService::collection(30, u"beta"_s, 4),
-                                        FakeService::collection(10, u"Alpha"_s, 2),
-                                        FakeService::collection(20, u"alpha"_s, 0),
-                                        FakeService::collection(40, u"R&D"_s, 7),
-                                        FakeService::collection(50, u"Pinned Two"_s, 1),
-                                        FakeService::collection(60, u"Pinned One"_s, 3)});
+        {FakeRaindropService::bookmark(1, u"First favourite"_s, u"https://one.example/"_s, true),
+         FakeRaindropService::bookmark(2, u"Fish & Chips_1"_s, u"https://two.example/"_s, false,
+                                       -1)});
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(30, u"beta"_s, 4),
+                                        FakeRaindropService::collection(10, u"Alpha"_s, 2),
+                                        FakeRaindropService::collection(20, u"alpha"_s, 0),
+                                        FakeRaindropService::collection(40, u"R&D"_s, 7),
+                                        FakeRaindropService::collection(50, u"Pinned Two"_s, 1),
+                                        FakeRaindropService::collection(60, u"Pinned One"_s, 3)});
     service.setItems(u"tags"_s,
-                     {FakeService::tag(u"reading"_s, 5), FakeService::tag(u"a&b"_s, 9),
-                      FakeService::tag(u"zero"_s, 0), FakeService::tag(u"pinned-tag"_s, 3),
-                      FakeService::tag(u"later"_s, 5)});
+                     {FakeRaindropService::tag(u"reading"_s, 5),
+                      FakeRaindropService::tag(u"a&b"_s, 9), FakeRaindropService::tag(u"zero"_s, 0),
+                      FakeRaindropService::tag(u"pinned-tag"_s, 3),
+                      FakeRaindropService::tag(u"later"_s, 5)});
 }
 
 AppConfig richConfig() {
@@ -132,15 +134,15 @@ private Q_SLOTS:
     void quit();
 
 private:
-    std::unique_ptr<MenuManager> start(FakeService& service, StatusItem& statusItem,
+    std::unique_ptr<MenuManager> start(FakeRaindropService& service, StatusItem& statusItem,
                                        const AppConfig& config,
                                        MenuManager::Timings timings = testTimings(),
                                        const QString& version = u"1.2.3"_s);
     QList<QUrl> m_opened;
 };
 
-std::unique_ptr<MenuManager> tst_MenuManager::start(FakeService& service, StatusItem& statusItem,
-                                                    const AppConfig& config,
+std::unique_ptr<MenuManager> tst_MenuManager::start(FakeRaindropService& service,
+                                                    StatusItem& statusItem, const AppConfig& config,
                                                     MenuManager::Timings timings,
                                                     const QString& version) {
     auto manager =
@@ -175,9 +177,9 @@ void tst_MenuManager::defaultTimings() {
 }
 
 void tst_MenuManager::placeholderUntilComplete() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
-    service.set(u"favourites"_s, FakeService::list({}).after(600ms));
+    service.set(u"favourites"_s, FakeRaindropService::list({}).after(600ms));
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings());
 
@@ -185,11 +187,11 @@ void tst_MenuManager::placeholderUntilComplete() {
     QVERIFY(statusItem.menu());
     const QStringList placeholder{u"(off) Loading…"_s, u"---"_s, u"Quit Quillmar [Ctrl+Q]"_s};
     QCOMPARE(MenuTree::describe(statusItem.menu()), placeholder);
-    QCOMPARE(service.server.requestCount(), 0);
+    QCOMPARE(service.server().requestCount(), 0);
 
     manager.loadData();
     QMenu* initial = statusItem.menu();
-    QVERIFY(service.server.waitForRequests(1));
+    QVERIFY(service.server().waitForRequests(1));
     QTest::qWait(300);
     // The build waits for the favourites; the placeholder stays until the menu is whole.
     QCOMPARE(statusItem.menu(), initial);
@@ -198,7 +200,7 @@ void tst_MenuManager::placeholderUntilComplete() {
 }
 
 void tst_MenuManager::fullMenuLayout() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, richConfig());
@@ -255,7 +257,7 @@ void tst_MenuManager::fullMenuLayout() {
     QVERIFY(!LazyMenuDelegate::of(tagsMenu));
 
     // Favourites first; collections and tags together; then the warm-up of the pinned lists.
-    QVERIFY(service.server.waitForRequests(6));
+    QVERIFY(service.server().waitForRequests(6));
     QTest::qWait(100);
     const QStringList kinds = service.kinds();
     QCOMPARE(kinds.size(), 6);
@@ -264,7 +266,7 @@ void tst_MenuManager::fullMenuLayout() {
              QSet<QString>({u"collections"_s, u"tags"_s}));
     QCOMPARE(QSet<QString>(kinds.begin() + 3, kinds.end()),
              QSet<QString>({u"col_60"_s, u"col_50"_s, u"tag_pinned-tag"_s}));
-    const QList<TestHttpServer::Request> requests = service.server.requests();
+    const QList<TestHttpServer::Request> requests = service.server().requests();
     for (const TestHttpServer::Request& request : requests) {
         QCOMPARE(request.method, QByteArrayLiteral("GET"));
         QCOMPARE(request.header("Authorization"), QByteArrayLiteral("Bearer test-token"));
@@ -277,7 +279,7 @@ void tst_MenuManager::fullMenuLayout() {
 }
 
 void tst_MenuManager::bookmarkItems() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
@@ -304,7 +306,7 @@ void tst_MenuManager::bookmarkItems() {
 }
 
 void tst_MenuManager::noPinnedPresent() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, config({999}, {u"gone"_s, u"Reading"_s}));
@@ -321,11 +323,11 @@ void tst_MenuManager::noPinnedPresent() {
     QCOMPARE(MenuTree::describe(MenuTree::submenu(menu, u"📁 Collections"_s)).size(), 6);
     QCOMPARE(MenuTree::describe(MenuTree::submenu(menu, u"🏷 Tags"_s)).size(), 5);
     QTest::qWait(200);
-    QCOMPARE(service.server.requestCount(), 3); // no warm-up
+    QCOMPARE(service.server().requestCount(), 3); // no warm-up
 }
 
 void tst_MenuManager::allPinned() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem,
@@ -352,20 +354,21 @@ void tst_MenuManager::allPinned() {
                                  footer;
     QCOMPARE(MenuTree::describe(menu), expected);
     // Eleven warm-ups, one per pinned list.
-    QVERIFY(service.server.waitForRequests(14));
+    QVERIFY(service.server().waitForRequests(14));
     QTest::qWait(100);
-    QCOMPARE(service.server.requestCount(), 14);
+    QCOMPARE(service.server().requestCount(), 14);
     QCOMPARE(service.count(u"tag_a&b"_s), 1);
     QCOMPARE(service.count(u"col_20"_s), 1);
 }
 
 void tst_MenuManager::thirtyTags() {
-    FakeService service;
+    FakeRaindropService service;
     QJsonArray tags;
     for (int i = 0; i < 30; ++i)
-        tags.append(FakeService::tag(u"t%1"_s.arg(i, 2, 10, QLatin1Char('0')), i < 5 ? 50 : 7));
+        tags.append(
+            FakeRaindropService::tag(u"t%1"_s.arg(i, 2, 10, QLatin1Char('0')), i < 5 ? 50 : 7));
     service.setItems(u"tags"_s, tags);
-    service.setItems(u"collections"_s, {FakeService::collection(1, u"Only"_s, 1)});
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(1, u"Only"_s, 1)});
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -377,7 +380,7 @@ void tst_MenuManager::thirtyTags() {
 }
 
 void tst_MenuManager::favouritesFailing() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     service.set(u"favourites"_s, TestHttpServer::Response::json("{}", 500));
     StatusItem statusItem;
@@ -400,7 +403,7 @@ void tst_MenuManager::favouritesFailing() {
 }
 
 void tst_MenuManager::noFavourites() {
-    FakeService service;
+    FakeRaindropService service;
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -410,7 +413,7 @@ void tst_MenuManager::noFavourites() {
 }
 
 void tst_MenuManager::tagsFailing() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     service.set(u"tags"_s, TestHttpServer::Response::json("Unauthorized", 401));
     StatusItem statusItem;
@@ -425,14 +428,15 @@ void tst_MenuManager::tagsFailing() {
     QCOMPARE(MenuTree::describe(menu), expected);
     QCOMPARE(manager->lazyDelegates().size(), 1); // Recent only
     QTest::qWait(200);
-    QCOMPARE(service.server.requestCount(), 3); // no warm-up
+    QCOMPARE(service.server().requestCount(), 3); // no warm-up
 }
 
 void tst_MenuManager::collectionsFailingCancelsTags() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     service.set(u"collections"_s, TestHttpServer::Response::json("{}", 500));
-    service.set(u"tags"_s, FakeService::list({FakeService::tag(u"slow"_s, 1)}).after(1500ms));
+    service.set(u"tags"_s,
+                FakeRaindropService::list({FakeRaindropService::tag(u"slow"_s, 1)}).after(1500ms));
     StatusItem statusItem;
     QElapsedTimer elapsed;
     elapsed.start();
@@ -449,11 +453,11 @@ void tst_MenuManager::collectionsFailingCancelsTags() {
     QCOMPARE(MenuTree::describe(menu), expected);
     QCOMPARE(service.count(u"tags"_s), 1);
     // The tags request was given up: its late answer finds the connection gone.
-    QTRY_COMPARE_WITH_TIMEOUT(service.server.abortedConnections(), 1, 4000);
+    QTRY_COMPARE_WITH_TIMEOUT(service.server().abortedConnections(), 1, 4000);
 }
 
 void tst_MenuManager::missingVersion() {
-    FakeService service;
+    FakeRaindropService service;
     StatusItem statusItem;
     auto manager = start(service, statusItem, config(), testTimings(), QString());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -463,7 +467,7 @@ void tst_MenuManager::missingVersion() {
 }
 
 void tst_MenuManager::requestTimeout() {
-    FakeService service;
+    FakeRaindropService service;
     TestHttpServer::Response silent;
     silent.fault = TestHttpServer::Fault::NeverAnswer;
     service.set(u"favourites"_s, silent);
@@ -477,7 +481,7 @@ void tst_MenuManager::requestTimeout() {
 }
 
 void tst_MenuManager::clipboardItemFollowsClipboard() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     QGuiApplication::clipboard()->setText(u"look: https://example.com/x."_s);
     StatusItem statusItem;
@@ -524,13 +528,14 @@ void tst_MenuManager::clipboardItemFollowsClipboard() {
 }
 
 void tst_MenuManager::titlesShownAsSent() {
-    FakeService service;
+    FakeRaindropService service;
     service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(1, u"Tom & Jerry_2 && more"_s, u"https://a/"_s),
-                      FakeService::bookmark(2, u"tab\there"_s, u"https://b/"_s)});
-    service.setItems(u"collections"_s, {FakeService::collection(5, u"R&D_x"_s, 1),
-                                        FakeService::collection(6, u"&Pinned"_s, 0)});
-    service.setItems(u"tags"_s, {FakeService::tag(u"c&c"_s, 2), FakeService::tag(u"_t&"_s, 1)});
+                     {FakeRaindropService::bookmark(1, u"Tom & Jerry_2 && more"_s, u"https://a/"_s),
+                      FakeRaindropService::bookmark(2, u"tab\there"_s, u"https://b/"_s)});
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(5, u"R&D_x"_s, 1),
+                                        FakeRaindropService::collection(6, u"&Pinned"_s, 0)});
+    service.setItems(
+        u"tags"_s, {FakeRaindropService::tag(u"c&c"_s, 2), FakeRaindropService::tag(u"_t&"_s, 1)});
     StatusItem statusItem;
     auto manager = start(service, statusItem, config({6}, {u"_t&"_s}));
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -557,7 +562,7 @@ void tst_MenuManager::titlesShownAsSent() {
 }
 
 void tst_MenuManager::longTitles() {
-    FakeService service;
+    FakeRaindropService service;
     const QString seventy(70, u'x');
     // "é" as e and a combining accent: two UTF-16 units, one character.
     QString accented;
@@ -566,10 +571,11 @@ void tst_MenuManager::longTitles() {
     QString families;
     for (int i = 0; i < 71; ++i)
         families += u"👨‍👩‍👧"_s;
-    service.setItems(u"favourites"_s, {FakeService::bookmark(1, seventy + u"y"_s, u"https://a/"_s),
-                                       FakeService::bookmark(2, accented, u"https://b/"_s),
-                                       FakeService::bookmark(3, families, u"https://c/"_s),
-                                       FakeService::bookmark(4, seventy, u"https://d/"_s)});
+    service.setItems(u"favourites"_s,
+                     {FakeRaindropService::bookmark(1, seventy + u"y"_s, u"https://a/"_s),
+                      FakeRaindropService::bookmark(2, accented, u"https://b/"_s),
+                      FakeRaindropService::bookmark(3, families, u"https://c/"_s),
+                      FakeRaindropService::bookmark(4, seventy, u"https://d/"_s)});
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -586,7 +592,7 @@ void tst_MenuManager::longTitles() {
 }
 
 void tst_MenuManager::openActions() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
@@ -625,7 +631,7 @@ void tst_MenuManager::openActions() {
 }
 
 void tst_MenuManager::copyActions() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
@@ -640,9 +646,9 @@ void tst_MenuManager::copyActions() {
 }
 
 void tst_MenuManager::linkNotURL() {
-    FakeService service;
+    FakeRaindropService service;
     service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(1, u"Odd [one] (x)"_s, u"not a url"_s)});
+                     {FakeRaindropService::bookmark(1, u"Odd [one] (x)"_s, u"not a url"_s)});
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -659,9 +665,9 @@ void tst_MenuManager::linkNotURL() {
 }
 
 void tst_MenuManager::emptyTitle() {
-    FakeService service;
+    FakeRaindropService service;
     service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(1, QString(), u"https://example.com/a&b"_s)});
+                     {FakeRaindropService::bookmark(1, QString(), u"https://example.com/a&b"_s)});
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -674,28 +680,29 @@ void tst_MenuManager::emptyTitle() {
 }
 
 void tst_MenuManager::toggleFavourite() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     service.set(u"favourite_1"_s, TestHttpServer::Response{204, {}, {}, {}, {}});
+    service.set(u"favourite_2"_s, TestHttpServer::Response{204, {}, {}, {}, {}});
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
-    QVERIFY(service.server.waitForRequests(3));
-    service.server.clearRequests();
+    QVERIFY(service.server().waitForRequests(3));
+    service.server().clearRequests();
 
     AlertCatcher alerts;
     QAction* remove = MenuTree::item(MenuTree::item(menu, u"First favourite"_s)->menu(),
                                      u"♥ Remove from Favourites"_s);
     remove->trigger();
-    QVERIFY(service.server.waitForRequests(1));
+    QVERIFY(service.server().waitForRequests(1));
     QAction* add = MenuTree::item(MenuTree::item(menu, u"Fish && Chips_1"_s)->menu(),
                                   u"♡ Add to Favourites"_s);
     add->trigger();
-    QVERIFY(service.server.waitForRequests(2));
+    QVERIFY(service.server().waitForRequests(2));
     QTest::qWait(300);
 
-    const QList<TestHttpServer::Request> requests = service.server.requests();
+    const QList<TestHttpServer::Request> requests = service.server().requests();
     QCOMPARE(requests.size(), 2);
     QCOMPARE(requests.at(0).method, QByteArrayLiteral("PUT"));
     QCOMPARE(requests.at(0).path, u"/rest/v1/raindrop/1"_s);
@@ -712,7 +719,7 @@ void tst_MenuManager::toggleFavourite() {
 }
 
 void tst_MenuManager::toggleFavouriteFailure() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     service.set(u"favourite_2"_s, TestHttpServer::Response{500, "nope", {}, {}, {}});
     StatusItem statusItem;
@@ -733,13 +740,13 @@ void tst_MenuManager::toggleFavouriteFailure() {
 }
 
 void tst_MenuManager::refreshAction() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, richConfig());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
-    QVERIFY(service.server.waitForRequests(6));
+    QVERIFY(service.server().waitForRequests(6));
 
     // Load a submenu so that its delegate holds a state.
     QMenu* pinned = MenuTree::submenu(menu, u"Pinned One"_s);
@@ -751,7 +758,7 @@ void tst_MenuManager::refreshAction() {
     // refresh's own requests.
     QTRY_VERIFY(manager->api()->isCached(RaindropAPI::collectionKey(50)) &&
                 manager->api()->isCached(RaindropAPI::tagKey(u"pinned-tag"_s)));
-    service.server.clearRequests();
+    service.server().clearRequests();
 
     QAction* refresh = MenuTree::item(menu, u"Refresh"_s);
     QCOMPARE(refresh->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_R));
@@ -764,7 +771,7 @@ void tst_MenuManager::refreshAction() {
 
     QMenu* rebuilt = MenuTree::waitForFullMenu(statusItem, menu);
     QVERIFY(rebuilt);
-    QVERIFY(service.server.waitForRequests(6));
+    QVERIFY(service.server().waitForRequests(6));
     // Everything is asked again, the pinned lists too.
     QCOMPARE(service.count(u"favourites"_s), 1);
     QCOMPARE(service.count(u"col_60"_s), 1);
@@ -772,7 +779,7 @@ void tst_MenuManager::refreshAction() {
 }
 
 void tst_MenuManager::refreshTimer() {
-    FakeService service;
+    FakeRaindropService service;
     MenuManager::Timings timings = testTimings();
     timings.refreshInterval = 300ms;
     StatusItem statusItem;
@@ -789,14 +796,14 @@ void tst_MenuManager::refreshTimer() {
 }
 
 void tst_MenuManager::refreshWaitsForOpenMenuToClose() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     StatusItem statusItem;
     auto manager = start(service, statusItem, richConfig());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
-    QVERIFY(service.server.waitForRequests(6));
-    service.server.clearRequests();
+    QVERIFY(service.server().waitForRequests(6));
+    service.server().clearRequests();
     menu->popup(QPoint(100, 100));
     QTRY_VERIFY(menu->isVisible());
 
@@ -805,7 +812,7 @@ void tst_MenuManager::refreshWaitsForOpenMenuToClose() {
     settle();
     QCOMPARE(statusItem.menu(), menu);
     QVERIFY(menu->isVisible());
-    QCOMPARE(service.server.requestCount(), 0);
+    QCOMPARE(service.server().requestCount(), 0);
 
     // Once it closes, the menu is rebuilt as usual.
     menu->hide();
@@ -815,16 +822,16 @@ void tst_MenuManager::refreshWaitsForOpenMenuToClose() {
 }
 
 void tst_MenuManager::builtMenuWaitsForOpenMenuToClose() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
-    service.set(u"favourites"_s, FakeService::list({}).after(200ms));
+    service.set(u"favourites"_s, FakeRaindropService::list({}).after(200ms));
     StatusItem statusItem;
     auto manager = start(service, statusItem, richConfig());
     QMenu* placeholder = statusItem.menu();
     placeholder->popup(QPoint(100, 100));
     QTRY_VERIFY(placeholder->isVisible());
     // The build ends with the requests for the pinned lists, and with the full menu.
-    QVERIFY(service.server.waitForRequests(6));
+    QVERIFY(service.server().waitForRequests(6));
     settle();
     QCOMPARE(statusItem.menu(), placeholder);
     QVERIFY(placeholder->isVisible());
@@ -834,20 +841,20 @@ void tst_MenuManager::builtMenuWaitsForOpenMenuToClose() {
 }
 
 void tst_MenuManager::overlappingBuilds() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
     service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(1, u"First build"_s, u"https://a/"_s)});
-    const QJsonArray collections{FakeService::collection(60, u"Pinned One"_s, 3),
-                                 FakeService::collection(70, u"Other"_s, 1)};
-    service.set(u"collections"_s, FakeService::list(collections).after(800ms));
+                     {FakeRaindropService::bookmark(1, u"First build"_s, u"https://a/"_s)});
+    const QJsonArray collections{FakeRaindropService::collection(60, u"Pinned One"_s, 3),
+                                 FakeRaindropService::collection(70, u"Other"_s, 1)};
+    service.set(u"collections"_s, FakeRaindropService::list(collections).after(800ms));
     StatusItem statusItem;
     auto manager = start(service, statusItem, config({60}));
-    QVERIFY(service.server.waitForRequests(2));
+    QVERIFY(service.server().waitForRequests(2));
     // "Refresh" while the first build waits for the service; the second build is quicker.
     service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(2, u"Second build"_s, u"https://b/"_s)});
-    service.set(u"collections"_s, FakeService::list(collections).after(100ms));
+                     {FakeRaindropService::bookmark(2, u"Second build"_s, u"https://b/"_s)});
+    service.set(u"collections"_s, FakeRaindropService::list(collections).after(100ms));
     manager->refresh();
     QMenu* second = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(second);
@@ -885,7 +892,7 @@ void tst_MenuManager::overlappingBuilds() {
         QVERIFY(manager->lazyDelegates().contains(LazyMenuDelegate::of(submenu)));
     // And they load.
     QMenu* recent = MenuTree::submenu(menu, u"🕐 Recent"_s);
-    service.setItems(u"recent"_s, {FakeService::bookmark(9, u"New"_s, u"https://n/"_s)});
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(9, u"New"_s, u"https://n/"_s)});
     Q_EMIT recent->aboutToShow();
     QTRY_COMPARE(MenuTree::describe(recent), QStringList{u"New ▸"_s});
     // The clipboard item that follows the clipboard is this menu's.
@@ -895,23 +902,23 @@ void tst_MenuManager::overlappingBuilds() {
 }
 
 void tst_MenuManager::managerGoneMidBuild() {
-    FakeService service;
+    FakeRaindropService service;
     fillRich(service);
-    service.set(u"favourites"_s, FakeService::list({}).after(300ms));
+    service.set(u"favourites"_s, FakeRaindropService::list({}).after(300ms));
     StatusItem statusItem;
     auto manager = start(service, statusItem, richConfig());
-    QVERIFY(service.server.waitForRequests(1));
+    QVERIFY(service.server().waitForRequests(1));
     QMenu* placeholder = statusItem.menu();
     manager.reset();
     QTest::qWait(600);
     settle();
     QCOMPARE(statusItem.menu(), placeholder);
     QCOMPARE(liveMenus(), 1);
-    QCOMPARE(service.server.requestCount(), 1);
+    QCOMPARE(service.server().requestCount(), 1);
 }
 
 void tst_MenuManager::openSettings() {
-    FakeService service;
+    FakeRaindropService service;
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
@@ -925,7 +932,7 @@ void tst_MenuManager::openSettings() {
 }
 
 void tst_MenuManager::quit() {
-    FakeService service;
+    FakeRaindropService service;
     StatusItem statusItem;
     auto manager = start(service, statusItem, config());
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);

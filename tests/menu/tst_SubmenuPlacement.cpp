@@ -1,4 +1,4 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
 
 #include "app/tray/StatusItem.h"
@@ -30,13 +30,14 @@ AppConfig config() {
 
 // Recent bookmarks, one collection under "📁 Collections" with a bookmark whose title widens
 // its submenu once it arrives.
-void fill(FakeService& service) {
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Recent one"_s, u"https://r/"_s)});
-    service.setItems(u"collections"_s, {FakeService::collection(10, u"Reading"_s, 1)});
-    service.set(
-        u"col_10"_s,
-        FakeService::list({FakeService::bookmark(2, u"A title that widens it"_s, u"https://w/"_s)})
-            .after(200ms));
+void fill(FakeRaindropService& service) {
+    service.setItems(u"recent"_s,
+                     {FakeRaindropService::bookmark(1, u"Recent one"_s, u"https://r/"_s)});
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(10, u"Reading"_s, 1)});
+    service.set(u"col_10"_s,
+                FakeRaindropService::list({FakeRaindropService::bookmark(
+                                              2, u"A title that widens it"_s, u"https://w/"_s)})
+                    .after(200ms));
 }
 
 // Opens the submenu of item the way the keyboard and the pointer do: Qt places it itself.
@@ -53,7 +54,7 @@ QMenu* open(QMenu* menu, const QString& item) {
 
 // The full menu of a started manager, popped up at a screen edge.
 struct TrayMenu {
-    FakeService service;
+    FakeRaindropService service;
     StatusItem statusItem;
     MenuManager manager{&statusItem, config(), service.environment(), testTimings()};
     QMenu* menu = nullptr;
