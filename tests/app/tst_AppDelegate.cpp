@@ -4,6 +4,8 @@
 #include "app/AppDelegate.h"
 #include "config/AppConfig.h"
 #include "config/SettingsNotifier.h"
+#include "settings/SettingsView.h"
+#include "settings/SettingsWindowController.h"
 
 #include <QApplication>
 #include <QDir>
@@ -61,6 +63,7 @@ class tst_AppDelegate : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void init();
+    void cleanup();
 
     void firstLaunchThenSaved();
     void damagedConfiguration();
@@ -73,6 +76,12 @@ private Q_SLOTS:
 
 void tst_AppDelegate::init() {
     QFile::remove(AppConfig::filePath());
+}
+
+void tst_AppDelegate::cleanup() {
+    // The settings window belongs to the process, not to a delegate: each test starts without it.
+    if (SettingsWindowController* settings = SettingsWindowController::shared())
+        settings->window()->hide();
 }
 
 void tst_AppDelegate::firstLaunchThenSaved() {
