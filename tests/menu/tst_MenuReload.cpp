@@ -1,5 +1,6 @@
 #include "FakeRaindropService.h"
 #include "MenuTree.h"
+#include "RoundTrip.h"
 
 #include "app/tray/StatusItem.h"
 #include "menu/BootClock.h"
@@ -106,8 +107,8 @@ void tst_MenuReload::freshMenuIsKept() {
     manager->reloadIfOutdated();
     // A reload would have put the placeholder up at once.
     QCOMPARE(statusItem.menu(), menu);
-    QCoreApplication::processEvents();
-    QCOMPARE(service.server().requestCount(), requests);
+    roundTrip(manager->api());
+    QCOMPARE(service.server().requestCount(), requests + 1);
 }
 
 void tst_MenuReload::failedFavouritesReload() {
@@ -177,8 +178,8 @@ void tst_MenuReload::olderThanRefreshIntervalReloads() {
     clock.advance(299s);
     manager->reloadIfOutdated();
     QCOMPARE(statusItem.menu(), menu);
-    QCoreApplication::processEvents();
-    QCOMPARE(service.server().requestCount(), requests);
+    roundTrip(manager->api());
+    QCOMPARE(service.server().requestCount(), requests + 1);
 }
 
 void tst_MenuReload::oneLoadInFlight() {
@@ -186,7 +187,7 @@ void tst_MenuReload::oneLoadInFlight() {
     answerEverything(service);
     service.set(u"favourites"_s, FakeRaindropService::list(
                                      {FakeRaindropService::bookmark(1, u"Slow"_s, u"https://s/"_s)})
-                                     .after(500ms));
+                                     .held());
     TestClock clock;
     StatusItem statusItem;
     auto manager = start(service, statusItem, clock);
@@ -197,12 +198,13 @@ void tst_MenuReload::oneLoadInFlight() {
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     QCOMPARE(statusItem.menu(), placeholder);
+    service.server().release();
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
     QVERIFY(!hasFailureLine(menu));
     // It succeeded: nothing follows it.
     QVERIFY(service.server().waitForRequests(3));
-    QCoreApplication::processEvents();
+    roundTrip(manager->api());
     QCOMPARE(statusItem.menu(), menu);
     QCOMPARE(service.count(u"favourites"_s), 1);
 }
@@ -211,7 +213,7 @@ void tst_MenuReload::failedBuildInFlightIsFollowedOnce() {
     FakeRaindropService service;
     answerEverything(service);
     TestHttpServer::Response slowFailure = failure;
-    service.set(u"favourites"_s, slowFailure.after(500ms));
+    service.set(u"favourites"_s, slowFailure.held());
     TestClock clock;
     StatusItem statusItem;
     // Each menu attached: "placeholder", "failed" or "whole".
@@ -228,6 +230,7 @@ void tst_MenuReload::failedBuildInFlightIsFollowedOnce() {
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     answerEverything(service);
+    service.server().release();
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
     QVERIFY(!hasFailureLine(menu));
@@ -253,10 +256,10 @@ void tst_MenuReload::waitsForOpenMenuToClose() {
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     // Nothing changes under the open menu.
-    QCoreApplication::processEvents();
+    roundTrip(manager->api());
     QCOMPARE(statusItem.menu(), failed);
     QVERIFY(failed->isVisible());
-    QCOMPARE(service.server().requestCount(), requests);
+    QCOMPARE(service.server().requestCount(), requests + 1);
 
     // Once it closes, the reload follows, once.
     failed->hide();

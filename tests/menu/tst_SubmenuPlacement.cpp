@@ -37,7 +37,7 @@ void fill(FakeRaindropService& service) {
     service.set(u"col_10"_s,
                 FakeRaindropService::list({FakeRaindropService::bookmark(
                                               2, u"A title that widens it"_s, u"https://w/"_s)})
-                    .after(200ms));
+                    .held());
 }
 
 // Opens the submenu of item the way the keyboard and the pointer do: Qt places it itself.
@@ -119,11 +119,12 @@ void tst_SubmenuPlacement::nestedSubmenusStayLeftAtRightEdge() {
     QVERIFY(!before.intersects(menu->geometry()));
     QVERIFY(!before.intersects(collections->geometry()));
     QCOMPARE(before.right(), collections->geometry().left() - 1);
+    QTRY_COMPARE(tray.service.count(u"col_10"_s), 1);
+    tray.service.server().release();
     QTRY_COMPARE(MenuTree::describe(reading).size(), 1);
     QTRY_VERIFY(MenuTree::describe(reading) != QStringList{u"(off) Loading…"_s});
-    QTest::qWait(20);
-    QVERIFY2(reading->geometry().width() > before.width(), "grew");
-    QCOMPARE(reading->geometry().right(), before.right());
+    QTRY_VERIFY2(reading->geometry().width() > before.width(), "grew");
+    QTRY_COMPARE(reading->geometry().right(), before.right());
     QVERIFY(!reading->geometry().intersects(menu->geometry()));
     QVERIFY(!reading->geometry().intersects(collections->geometry()));
 
@@ -147,6 +148,8 @@ void tst_SubmenuPlacement::nestedSubmenusStayRightAtLeftEdge() {
     QMenu* reading = open(collections, u"Reading  (1)"_s);
     QVERIFY(reading);
     QVERIFY(reading->geometry().left() > collections->geometry().left());
+    QTRY_COMPARE(tray.service.count(u"col_10"_s), 1);
+    tray.service.server().release();
     QTRY_VERIFY(MenuTree::describe(reading) != QStringList{u"(off) Loading…"_s});
     QMenu* bookmarkActions = open(reading, reading->actions().constFirst()->text());
     QVERIFY(bookmarkActions);
