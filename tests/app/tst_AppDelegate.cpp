@@ -1,5 +1,5 @@
-#include "../menu/FakeService.h"
 #include "../menu/MenuTree.h"
+#include "FakeRaindropService.h"
 
 #include "app/AppDelegate.h"
 #include "config/AppConfig.h"
@@ -38,9 +38,9 @@ void save(const QString& token, QList<qint64> pinned = {}) {
     QVERIFY(!config.save());
 }
 
-QByteArrayList authorizations(const FakeService& service) {
+QByteArrayList authorizations(const FakeRaindropService& service) {
     QByteArrayList values;
-    const QList<TestHttpServer::Request> requests = service.server.requests();
+    const QList<TestHttpServer::Request> requests = service.server().requests();
     for (const TestHttpServer::Request& request : requests) {
         if (!values.contains(request.header("Authorization")))
             values.append(request.header("Authorization"));
@@ -63,6 +63,7 @@ class tst_AppDelegate : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void init();
+    void cleanup();
 
     void firstLaunchThenSaved();
     void damagedConfiguration();
@@ -80,16 +81,23 @@ void tst_AppDelegate::init() {
         settings->window()->close();
 }
 
+void tst_AppDelegate::cleanup() {
+    // The settings window belongs to the process, not to a delegate: each test starts without it.
+    if (SettingsWindowController* settings = SettingsWindowController::shared())
+        settings->window()->hide();
+}
+
 void tst_AppDelegate::firstLaunchThenSaved() {
-    FakeService service;
-    service.setItems(u"favourites"_s, {FakeService::bookmark(1, u"Fav"_s, u"https://f/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"favourites"_s,
+                     {FakeRaindropService::bookmark(1, u"Fav"_s, u"https://f/"_s)});
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QVERIFY(!QFileInfo::exists(AppConfig::filePath()));
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), setupMenu);
     QVERIFY(!delegate.menuManager());
-    QTest::qWait(100);
-    QCOMPARE(service.server.requestCount(), 0);
+    // Without a token nothing is asked: the one authorization ever sent is the saved token's.
+    QCOMPARE(service.server().requestCount(), 0);
 
     // The settings are saved with a token: the bookmark menu follows without a restart.
     save(u"first-token"_s);
@@ -108,7 +116,7 @@ void tst_AppDelegate::damagedConfiguration() {
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("{\"token\": ");
     file.close();
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), setupMenu);
@@ -118,20 +126,20 @@ void tst_AppDelegate::damagedConfiguration() {
 void tst_AppDelegate::whitespaceToken() {
     // Only an empty token means "not set up".
     save(u"  \t "_s);
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QVERIFY(delegate.menuManager());
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), placeholder);
     QVERIFY(MenuTree::waitForFullMenu(*delegate.statusItem()));
     // The token is sent trimmed, that is empty.
-    QCOMPARE(service.server.requests().constFirst().header("Authorization"),
+    QCOMPARE(service.server().requests().constFirst().header("Authorization"),
              QByteArrayLiteral("Bearer"));
 }
 
 void tst_AppDelegate::savingTwice() {
-    FakeService service;
-    service.setItems(u"collections"_s, {FakeService::collection(7, u"Seven"_s, 1)});
+    FakeRaindropService service;
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(7, u"Seven"_s, 1)});
     save(u"token-a"_s);
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
@@ -150,7 +158,7 @@ void tst_AppDelegate::savingTwice() {
     menu = MenuTree::waitForFullMenu(*delegate.statusItem());
     QVERIFY(menu);
 
-    service.server.clearRequests();
+    service.server().clearRequests();
     save(u"token-c"_s, {7});
     SettingsNotifier::instance().post();
     QVERIFY(!second);
@@ -160,12 +168,12 @@ void tst_AppDelegate::savingTwice() {
     // Built from the new configuration: its token and its pins.
     QVERIFY(MenuTree::item(menu, u"📌 Pinned"_s));
     QVERIFY(MenuTree::item(menu, u"Seven"_s));
-    QVERIFY(service.server.waitForRequests(4));
+    QVERIFY(service.server().waitForRequests(4));
     QCOMPARE(authorizations(service), QByteArrayList{"Bearer token-c"});
 }
 
 void tst_AppDelegate::clearingTheToken() {
-    FakeService service;
+    FakeRaindropService service;
     save(u"old-token"_s);
     AppDelegate delegate(service.environment(), testTimings(600ms));
     delegate.applicationDidFinishLaunching();
@@ -179,13 +187,13 @@ void tst_AppDelegate::clearingTheToken() {
     // The manager is kept, and so is its refresh: its own menu comes back, with the old token.
     QVERIFY(manager);
     QCOMPARE(delegate.menuManager(), manager.data());
-    service.server.clearRequests();
+    service.server().clearRequests();
     QVERIFY(MenuTree::waitForFullMenu(*delegate.statusItem(), menu, 3s));
     QCOMPARE(authorizations(service), QByteArrayList{"Bearer old-token"});
 }
 
 void tst_AppDelegate::setupMenuOpensSettings() {
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QCOMPARE(visibleWindows(), 0);
@@ -195,7 +203,7 @@ void tst_AppDelegate::setupMenuOpensSettings() {
 
 void tst_AppDelegate::bookmarkMenuOpensSettings() {
     save(u"token"_s);
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());

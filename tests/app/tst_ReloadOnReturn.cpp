@@ -4,6 +4,7 @@
 #include "FakeNetworkManager.h"
 #include "FakeRaindropService.h"
 #include "PrivateSessionBus.h"
+#include "RoundTrip.h"
 #include "app/AppDelegate.h"
 #include "config/AppConfig.h"
 
@@ -202,8 +203,8 @@ void tst_ReloadOnReturn::networkReturnsToFreshMenu() {
     clock.advance(120s);
     setNetwork(State::ConnectedGlobal, &running.delegate);
     QCOMPARE(running.delegate.statusItem()->menu(), running.menu);
-    QCoreApplication::processEvents();
-    QCOMPARE(service.server().requestCount(), requests);
+    roundTrip(running.delegate.menuManager()->api());
+    QCOMPARE(service.server().requestCount(), requests + 1);
 }
 
 void tst_ReloadOnReturn::networkReturnsToOldMenu() {
@@ -249,8 +250,8 @@ void tst_ReloadOnReturn::wakeUpAfterShortSleep() {
 
     wake(running.delegate, clock, 60s);
     QCOMPARE(running.delegate.statusItem()->menu(), running.menu);
-    QCoreApplication::processEvents();
-    QCOMPARE(service.server().requestCount(), requests);
+    roundTrip(running.delegate.menuManager()->api());
+    QCOMPARE(service.server().requestCount(), requests + 1);
 }
 
 void tst_ReloadOnReturn::wakeUpAfterFailedBuild() {
@@ -284,10 +285,10 @@ void tst_ReloadOnReturn::reloadWaitsForOpenMenu() {
     service.server().setRefusing(false);
     setNetwork(State::ConnectedGlobal, &running.delegate);
     // The open menu stays as it is, and nothing is asked for meanwhile.
-    QCoreApplication::processEvents();
+    roundTrip(running.delegate.menuManager()->api());
     QCOMPARE(statusItem->menu(), running.menu);
     QVERIFY(running.menu->isVisible());
-    QCOMPARE(service.server().requestCount(), 0);
+    QCOMPARE(service.server().requestCount(), 1);
 
     running.menu->hide();
     QMenu* menu = MenuTree::waitForFullMenu(*statusItem, running.menu);

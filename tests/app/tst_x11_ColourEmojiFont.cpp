@@ -1,5 +1,5 @@
-#include "../menu/FakeService.h"
 #include "../menu/MenuTree.h"
+#include "FakeRaindropService.h"
 
 #include "VirtualDesktop.h"
 #include "app/AppDelegate.h"
@@ -63,9 +63,9 @@ void tst_x11_ColourEmojiFont::cleanup() {
 }
 
 void tst_x11_ColourEmojiFont::chosenWhenTheMenuOpens() {
-    FakeService service;
-    service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(1, u"❤️ A favourite"_s, u"https://f.example/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"favourites"_s, {FakeRaindropService::bookmark(1, u"❤️ A favourite"_s,
+                                                                     u"https://f.example/"_s)});
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());
@@ -89,7 +89,7 @@ void tst_x11_ColourEmojiFont::chosenWhenTheMenuOpens() {
 }
 
 void tst_x11_ColourEmojiFont::chosenWhenAWindowShows() {
-    FakeService service;
+    FakeRaindropService service;
     AppDelegate delegate(service.environment(), testTimings());
     delegate.applicationDidFinishLaunching();
     QVERIFY(MenuTree::waitForFullMenu(*delegate.statusItem()));

@@ -4,6 +4,7 @@
 
 #include "AlertCatcher.h"
 #include "FakeRaindropService.h"
+#include "RoundTrip.h"
 #include "TestStatusNotifierHost.h"
 #include "TestStatusNotifierWatcher.h"
 #include "VirtualDesktop.h"
@@ -280,7 +281,7 @@ void tst_x11_StatusNotifierItem::aboutToShowFillsLazySubmenu() {
 
     // Opened again while fresh: no request, nothing changes.
     QCOMPARE(m_host->aboutToShow(readingItem), std::optional<bool>(false));
-    QTest::qWait(500);
+    roundTrip(m_app->menuManager()->api());
     QCOMPARE(m_service->collectionRequests(readingId), 1);
     QVERIFY(m_host->event(readingItem, QStringLiteral("closed")));
 }

@@ -275,11 +275,8 @@ void tst_x11_EndToEnd::cleanupTestCase() {
 bool tst_x11_EndToEnd::preferDark(bool dark) {
     m_portal->setColorScheme(dark ? 1 : 0);
     SettingsView* window = settingsWindow();
-    QElapsedTimer timer;
-    timer.start();
-    while (ColorSchemeFollower::isDark(window->palette()) != dark && timer.elapsed() < 10000)
-        QTest::qWait(20);
-    return ColorSchemeFollower::isDark(window->palette()) == dark;
+    return QTest::qWaitFor(
+        [window, dark] { return ColorSchemeFollower::isDark(window->palette()) == dark; }, 30000);
 }
 
 bool tst_x11_EndToEnd::screenshot(const QString& name, QRect detail) {
@@ -339,11 +336,9 @@ QMenu* tst_x11_EndToEnd::openMenuByClick() {
         return nullptr;
     click(icon->center());
     QMenu* menu = m_app->statusItem()->menu();
-    QElapsedTimer timer;
-    timer.start();
-    while (QApplication::activePopupWidget() != menu && timer.elapsed() < 10000)
-        QTest::qWait(50);
-    return QApplication::activePopupWidget() == menu ? menu : nullptr;
+    return QTest::qWaitFor([menu] { return QApplication::activePopupWidget() == menu; }, 30000)
+               ? menu
+               : nullptr;
 }
 
 void tst_x11_EndToEnd::closeMenus() {

@@ -1,4 +1,4 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
 
 #include "app/tray/StatusItem.h"
@@ -39,18 +39,18 @@ private Q_SLOTS:
 };
 
 void tst_CollectionsOnDemand::entriesHaveNoSubmenuUntilHighlighted() {
-    FakeService service;
+    FakeRaindropService service;
     QJsonArray collections;
     for (int i = 0; i < 200; ++i)
-        collections.append(
-            FakeService::collection(1000 + i, u"Collection %1"_s.arg(i, 3, 10, QChar(u'0')), 2));
+        collections.append(FakeRaindropService::collection(
+            1000 + i, u"Collection %1"_s.arg(i, 3, 10, QChar(u'0')), 2));
     service.setItems(u"collections"_s, collections);
     QJsonArray tags;
     for (int i = 0; i < 30; ++i)
-        tags.append(FakeService::tag(u"tag%1"_s.arg(i), 30 - i));
+        tags.append(FakeRaindropService::tag(u"tag%1"_s.arg(i), 30 - i));
     service.setItems(u"tags"_s, tags);
-    service.setItems(u"col_1007"_s,
-                     {FakeService::bookmark(5, u"Seventh's bookmark"_s, u"https://7.example/"_s)});
+    service.setItems(u"col_1007"_s, {FakeRaindropService::bookmark(5, u"Seventh's bookmark"_s,
+                                                                   u"https://7.example/"_s)});
     StatusItem statusItem;
     MenuManager manager(&statusItem, tokenOnly(), service.environment(), testTimings());
     manager.buildInitialMenu();

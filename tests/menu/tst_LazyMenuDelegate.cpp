@@ -1,5 +1,7 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
+#include "RoundTrip.h"
+#include "Timers.h"
 
 #include "app/tray/StatusItem.h"
 #include "menu/LazyMenuDelegate.h"
@@ -7,11 +9,10 @@
 #include "service/ServiceError.h"
 
 #include <QCoroTimer>
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QMenu>
 #include <QScreen>
 #include <QTest>
-#include <QThread>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -37,6 +38,8 @@ struct Script {
     bool fails = false;
     std::chrono::milliseconds delay{0};
     int calls = 0;
+    // Fetches that have answered or failed.
+    int finished = 0;
 };
 
 Raindrop bookmark(qint64 id, const QString& title) {
@@ -53,6 +56,7 @@ QCoro::Task<QList<Raindrop>> answer(std::shared_ptr<Script> script) {
     const bool fails = script->fails;
     if (script->delay.count() > 0)
         co_await QCoro::sleepFor(script->delay);
+    ++script->finished;
     if (fails)
         throw ServiceError::status(500, u"Unexpected response from Raindrop (HTTP 500)."_s);
     co_return bookmarks;
@@ -82,11 +86,13 @@ struct Lazy {
 
 const QStringList loading{u"(off) Loading…"_s};
 
+constexpr std::chrono::milliseconds hoverDelay = 300ms;
+
 MenuManager::Timings testTimings(const TestClock& clock) {
     MenuManager::Timings timings;
     timings.refreshInterval = 1h;
     timings.updateCheckDelay = 1h; // no update check in the middle of a test
-    timings.hoverPrefetchDelay = 300ms;
+    timings.hoverPrefetchDelay = hoverDelay;
     timings.clock = clock.clock();
     return timings;
 }
@@ -98,12 +104,13 @@ AppConfig config(QList<qint64> pinned = {}) {
     return config;
 }
 
-// Waits without running the event loop, so that no timer can fire meanwhile.
-void holdFor(std::chrono::milliseconds duration) {
-    QElapsedTimer elapsed;
-    elapsed.start();
-    while (elapsed.elapsed() < duration.count())
-        QThread::msleep(5);
+// Past the prefetch timer of a highlight made before this call.
+bool runPastHoverDelay() {
+    return Timers::runPast(hoverDelay + 1ms);
+}
+
+bool isLoading(const QMenu* menu) {
+    return menu->property("loading").toBool();
 }
 
 } // namespace
@@ -238,8 +245,9 @@ void tst_LazyMenuDelegate::failedReloadKeepsItems() {
     lazy.clock.advance(31min);
     lazy.script->fails = true;
     lazy.open();
-    QTRY_COMPARE(lazy.script->calls, 2);
-    QTest::qWait(50);
+    QCOMPARE(lazy.script->calls, 2);
+    QTRY_VERIFY(!isLoading(lazy.menu.get()));
+    QCOMPARE(lazy.script->finished, 2);
     QCOMPARE(lazy.items(), QStringList{u"One"_s});
     QCOMPARE(lazy.delegate->loadedAt(), loadedAt);
 }
@@ -252,7 +260,9 @@ void tst_LazyMenuDelegate::noInFlightGuard() {
     lazy.open();
     QCOMPARE(lazy.script->calls, 2);
     QTRY_COMPARE(lazy.items(), QStringList{u"One"_s});
-    QTest::qWait(150);
+    // The second load ends too, and changes nothing.
+    QTRY_COMPARE(lazy.script->finished, 2);
+    QTRY_VERIFY(!isLoading(lazy.menu.get()));
     QCOMPARE(lazy.items(), QStringList{u"One"_s});
 }
 
@@ -261,7 +271,7 @@ void tst_LazyMenuDelegate::prefetch() {
     lazy.script->bookmarks = {bookmark(1, u"One"_s)};
     lazy.delegate->prefetch();
     QCOMPARE(lazy.script->calls, 1);
-    QTest::qWait(50);
+    QTRY_COMPARE(lazy.script->finished, 1);
     // Only the fetch happens.
     QCOMPARE(lazy.items(), loading);
     QVERIFY(!lazy.delegate->loadedAt());
@@ -275,7 +285,7 @@ void tst_LazyMenuDelegate::prefetch() {
     lazy.script->fails = true;
     lazy.delegate->prefetch();
     QCOMPARE(lazy.script->calls, 3);
-    QTest::qWait(50);
+    QTRY_COMPARE(lazy.script->finished, 3);
     QCOMPARE(lazy.items(), QStringList{u"One"_s});
 }
 
@@ -297,7 +307,7 @@ void tst_LazyMenuDelegate::menuGoneDuringLoad() {
     lazy.script->delay = 100ms;
     lazy.open();
     lazy.menu.reset();
-    QTest::qWait(200);
+    QTRY_COMPARE(lazy.script->finished, 1);
     QCOMPARE(lazy.script->calls, 1);
     QVERIFY(!lazy.delegate->loadedAt());
 }
@@ -326,8 +336,8 @@ void tst_LazyMenuDelegate::menuHoldsDelegateWeakly() {
 }
 
 void tst_LazyMenuDelegate::reopenThroughService() {
-    FakeService service;
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Old"_s, u"https://o/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -346,25 +356,25 @@ void tst_LazyMenuDelegate::reopenThroughService() {
 
     clock.advance(29min);
     Q_EMIT recent->aboutToShow();
-    QTest::qWait(100);
+    roundTrip(manager.api());
     QCOMPARE(service.count(u"recent"_s), 1);
 
     clock.advance(2min);
-    service.set(u"recent"_s,
-                FakeService::list({FakeService::bookmark(2, u"New"_s, u"https://n/"_s),
-                                   FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)})
-                    .after(300ms));
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(2, u"New"_s, u"https://n/"_s),
+                                  FakeRaindropService::bookmark(1, u"Old"_s, u"https://o/"_s)})
+                                 .held());
     Q_EMIT recent->aboutToShow();
-    QVERIFY(service.server.waitForRequests(service.server.requestCount() + 1));
-    QCOMPARE(service.count(u"recent"_s), 2);
+    QTRY_COMPARE(service.count(u"recent"_s), 2);
     QCOMPARE(MenuTree::describe(recent), QStringList{u"Old ▸"_s});
+    service.server().release();
     QTRY_COMPARE(MenuTree::describe(recent), QStringList({u"New ▸"_s, u"Old ▸"_s}));
 }
 
 void tst_LazyMenuDelegate::emptyCollectionThroughService() {
-    FakeService service;
-    service.setItems(u"collections"_s, {FakeService::collection(7, u"Empty"_s, 0)});
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Last"_s, u"https://l/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(7, u"Empty"_s, 0)});
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Last"_s, u"https://l/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -376,7 +386,7 @@ void tst_LazyMenuDelegate::emptyCollectionThroughService() {
     QMenu* empty = MenuTree::submenu(MenuTree::submenu(menu, u"📁 Collections"_s), u"Empty"_s);
     Q_EMIT empty->aboutToShow();
     QTRY_COMPARE(service.count(u"col_7"_s), 1);
-    QTest::qWait(100);
+    QTRY_VERIFY(!isLoading(empty));
     QCOMPARE(MenuTree::describe(empty), loading);
     const TestHttpServer::Request request = service.requestsOf(u"col_7"_s).constFirst();
     QCOMPARE(request.query(u"perpage"_s), u"50"_s);
@@ -392,8 +402,8 @@ void tst_LazyMenuDelegate::emptyCollectionThroughService() {
 }
 
 void tst_LazyMenuDelegate::failedThenLoadedThroughService() {
-    FakeService service;
-    service.setItems(u"tags"_s, {FakeService::tag(u"news"_s, 2)});
+    FakeRaindropService service;
+    service.setItems(u"tags"_s, {FakeRaindropService::tag(u"news"_s, 2)});
     service.set(u"tag_news"_s, TestHttpServer::Response::json("{}", 500));
     TestClock clock;
     StatusItem statusItem;
@@ -405,16 +415,17 @@ void tst_LazyMenuDelegate::failedThenLoadedThroughService() {
     QMenu* news = MenuTree::submenu(MenuTree::submenu(menu, u"🏷 Tags"_s), u"#news  (2)"_s);
     Q_EMIT news->aboutToShow();
     QTRY_COMPARE(MenuTree::describe(news), QStringList{u"(off) Failed to load"_s});
-    service.setItems(u"tag_news"_s, {FakeService::bookmark(4, u"Story"_s, u"https://s/"_s)});
+    service.setItems(u"tag_news"_s,
+                     {FakeRaindropService::bookmark(4, u"Story"_s, u"https://s/"_s)});
     Q_EMIT news->aboutToShow();
     QTRY_COMPARE(MenuTree::describe(news), QStringList{u"Story ▸"_s});
     QCOMPARE(service.count(u"tag_news"_s), 2);
 }
 
 void tst_LazyMenuDelegate::pinnedOpensFromCache() {
-    FakeService service;
-    service.setItems(u"collections"_s, {FakeService::collection(8, u"Pinned"_s, 1)});
-    service.setItems(u"col_8"_s, {FakeService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(8, u"Pinned"_s, 1)});
+    service.setItems(u"col_8"_s, {FakeRaindropService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config({8}), service.environment(), testTimings(clock));
@@ -432,9 +443,9 @@ void tst_LazyMenuDelegate::pinnedOpensFromCache() {
 }
 
 void tst_LazyMenuDelegate::bookmarkItemsInSubmenu() {
-    FakeService service;
-    service.setItems(u"recent"_s,
-                     {FakeService::bookmark(1, u"Salt & Pepper_"_s, u"https://s/"_s, true)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Salt & Pepper_"_s,
+                                                                 u"https://s/"_s, true)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -451,8 +462,8 @@ void tst_LazyMenuDelegate::bookmarkItemsInSubmenu() {
 }
 
 void tst_LazyMenuDelegate::managerGoneYieldsEmptyList() {
-    FakeService service;
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"One"_s, u"https://o/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"One"_s, u"https://o/"_s)});
     TestClock clock;
     StatusItem statusItem;
     auto manager = std::make_unique<MenuManager>(&statusItem, config(), service.environment(),
@@ -464,15 +475,17 @@ void tst_LazyMenuDelegate::managerGoneYieldsEmptyList() {
     QMenu* recent = MenuTree::submenu(menu, u"🕐 Recent"_s);
     const std::shared_ptr<LazyMenuDelegate> delegate = LazyMenuDelegate::of(recent);
     QVERIFY(delegate);
-    const int before = service.server.requestCount();
+    const int before = service.server().requestCount();
+    const std::shared_ptr<RaindropAPI> api = manager->api();
 
     manager.reset();
     // The delegate outlives its manager here; its fetch asks nothing and finds nothing.
     delegate->prefetch();
     Q_EMIT recent->aboutToShow();
     QTRY_VERIFY(delegate->loadedAt());
-    QTest::qWait(100);
-    QCOMPARE(service.server.requestCount(), before);
+    roundTrip(api);
+    QCOMPARE(service.server().requestCount(), before + 1);
+    QCOMPARE(service.count(u"recent"_s), 0);
     QCOMPARE(MenuTree::describe(recent), loading);
 }
 
@@ -480,18 +493,19 @@ namespace {
 
 // A running manager whose menu is open on the offscreen screen, for the hover tests.
 struct Hover {
-    FakeService service;
+    FakeRaindropService service;
     TestClock clock;
     StatusItem statusItem;
     std::unique_ptr<MenuManager> manager;
     QMenu* menu = nullptr;
 
     explicit Hover(QList<qint64> pinned = {}) {
-        service.setItems(u"collections"_s, {FakeService::collection(8, u"Pinned"_s, 1),
-                                            FakeService::collection(9, u"Inner"_s, 1)});
+        service.setItems(u"collections"_s, {FakeRaindropService::collection(8, u"Pinned"_s, 1),
+                                            FakeRaindropService::collection(9, u"Inner"_s, 1)});
         // The warm-up of the pinned list fails, so that its cache stays empty.
         service.set(u"col_8"_s, TestHttpServer::Response::json("{}", 500));
-        service.setItems(u"favourites"_s, {FakeService::bookmark(5, u"Fav"_s, u"https://f/"_s)});
+        service.setItems(u"favourites"_s,
+                         {FakeRaindropService::bookmark(5, u"Fav"_s, u"https://f/"_s)});
         manager = std::make_unique<MenuManager>(&statusItem, config(std::move(pinned)),
                                                 service.environment(), testTimings(clock));
         manager->buildInitialMenu();
@@ -499,7 +513,9 @@ struct Hover {
         menu = MenuTree::waitForFullMenu(statusItem);
         if (menu) {
             menu->popup(QPoint(10, 10));
-            QTest::qWait(20);
+            // The keys go to a menu that is shown.
+            if (!QTest::qWaitForWindowExposed(menu))
+                menu = nullptr;
         }
     }
     QAction* item(const QString& text) const { return MenuTree::item(menu, text); }
@@ -521,33 +537,45 @@ void tst_LazyMenuDelegate::shortHighlightPrefetchesNothing() {
     Hover hover({8});
     QVERIFY(hover.menu);
     QTRY_COMPARE(hover.service.count(u"col_8"_s), 1);
-    // 0.9 of the delay on Recent, then on the pinned list, then on a plain item.
+    const std::shared_ptr<RaindropAPI> api = hover.manager->api();
+    // Two thirds of the delay on Recent, then on the pinned list (the delay begins again, so
+    // Recent's would have ended meanwhile), then on a plain item.
+    const QDeadlineTimer onRecent(hoverDelay * 2 / 3);
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
-    holdFor(270ms);
+    QVERIFY(Timers::runUntil(onRecent));
+    const QDeadlineTimer onPinned(hoverDelay * 2 / 3);
     QVERIFY(hover.highlight(u"Pinned"_s));
-    holdFor(270ms);
+    QVERIFY(Timers::runUntil(onPinned));
     QVERIFY(hover.highlight(u"🌐 Open Raindrop Web"_s));
-    QTest::qWait(900);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"recent"_s), 0);
     QCOMPARE(hover.service.count(u"col_8"_s), 1);
     // A bookmark item has a submenu of its own, but no list to fetch.
     QVERIFY(hover.highlight(u"Fav"_s));
-    QTest::qWait(600);
-    QCOMPARE(hover.service.server.requestCount(), 4);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
+    QCOMPARE(hover.service.server().requestCount(), 4 + 2); // and the two round trips
 }
 
 void tst_LazyMenuDelegate::longHighlightPrefetchesOnce() {
     Hover hover({8});
     QVERIFY(hover.menu);
     QTRY_COMPARE(hover.service.count(u"col_8"_s), 1);
-    hover.service.setItems(u"col_8"_s, {FakeService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
+    const std::shared_ptr<RaindropAPI> api = hover.manager->api();
+    hover.service.setItems(u"col_8"_s,
+                           {FakeRaindropService::bookmark(3, u"Kept"_s, u"https://k/"_s)});
     QVERIFY(hover.highlight(u"Pinned"_s));
-    // The pointer moving over the same item does not restart the delay.
-    QTest::qWait(200);
+    const QDeadlineTimer due(hoverDelay + 1ms);
+    // The pointer moving over the same item halfway does not restart the delay: the prefetch
+    // comes when it was first due, before a restarted delay would end.
+    QVERIFY(Timers::runPast(hoverDelay / 2));
     Q_EMIT hover.menu->hovered(hover.item(u"Pinned"_s));
-    QTest::qWait(150);
+    QVERIFY(Timers::runUntil(due));
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"col_8"_s), 2);
-    QTest::qWait(600);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"col_8"_s), 2);
     QTRY_VERIFY(hover.manager->api()->isCached(RaindropAPI::collectionKey(8)));
     // The prefetch changed nothing in the menu; opening it is served from the cache.
@@ -560,8 +588,9 @@ void tst_LazyMenuDelegate::longHighlightPrefetchesOnce() {
 
     // Recent is never cached: its prefetch is one request all the same.
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(hover.service.count(u"recent"_s), 1, 2000);
-    QTest::qWait(600);
+    QTRY_COMPARE(hover.service.count(u"recent"_s), 1);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"recent"_s), 1);
 }
 
@@ -575,13 +604,14 @@ void tst_LazyMenuDelegate::freshListNotPrefetched() {
 
     hover.clock.advance(29min);
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
-    QTest::qWait(700);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(hover.manager->api());
     QCOMPARE(hover.service.count(u"recent"_s), 1);
 
     hover.clock.advance(2min);
     QVERIFY(hover.highlight(u"🌐 Open Raindrop Web"_s));
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(hover.service.count(u"recent"_s), 2, 2000);
+    QTRY_COMPARE(hover.service.count(u"recent"_s), 2);
 }
 
 void tst_LazyMenuDelegate::insideCollectionsNeverPrefetches() {
@@ -592,22 +622,25 @@ void tst_LazyMenuDelegate::insideCollectionsNeverPrefetches() {
     QTRY_VERIFY(collections->menu()->isVisible());
     QAction* inner = MenuTree::item(collections->menu(), u"Inner  (1)"_s);
     QVERIFY(Hover::highlightIn(collections->menu(), inner));
-    QTest::qWait(900);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(hover.manager->api());
     QCOMPARE(hover.service.count(u"col_9"_s), 0);
     QCOMPARE(hover.service.count(u"col_8"_s), 0);
-    QCOMPARE(hover.service.server.requestCount(), 3);
+    QCOMPARE(hover.service.server().requestCount(), 3 + 1); // and the round trip
 }
 
 void tst_LazyMenuDelegate::leavingTheItemsStopsTheTimer() {
     Hover hover;
     QVERIFY(hover.menu);
+    const std::shared_ptr<RaindropAPI> api = hover.manager->api();
     // Onto a separator.
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
     const QRect separator = hover.menu->actionGeometry(hover.menu->actions().at(3));
     QVERIFY(hover.menu->actions().at(3)->isSeparator());
     QTest::mouseMove(hover.menu, separator.center());
     QTRY_VERIFY(!hover.menu->activeAction());
-    QTest::qWait(700);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"recent"_s), 0);
 
     // Onto a disabled line.
@@ -615,29 +648,31 @@ void tst_LazyMenuDelegate::leavingTheItemsStopsTheTimer() {
     QTest::mouseMove(hover.menu,
                      hover.menu->actionGeometry(hover.item(u"❤️ Favourites"_s)).center());
     QTRY_VERIFY(!hover.menu->activeAction());
-    QTest::qWait(700);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"recent"_s), 0);
 
     // The menu closes.
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
     hover.menu->hide();
-    QTest::qWait(700);
+    QVERIFY(runPastHoverDelay());
+    roundTrip(api);
     QCOMPARE(hover.service.count(u"recent"_s), 0);
 
     // Coming back to the item starts the delay again.
     hover.menu->popup(QPoint(10, 10));
     QVERIFY(hover.highlight(u"🕐 Recent"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(hover.service.count(u"recent"_s), 1, 2000);
+    QTRY_COMPARE(hover.service.count(u"recent"_s), 1);
 }
 
 void tst_LazyMenuDelegate::grownSubmenuStaysBesideParent() {
-    FakeService service;
-    service.set(u"recent"_s,
-                FakeService::list({FakeService::bookmark(
-                                       1, u"A bookmark whose title is long enough to widen it"_s,
-                                       u"https://w/"_s),
-                                   FakeService::bookmark(2, u"Two"_s, u"https://t/"_s)})
-                    .after(200ms));
+    FakeRaindropService service;
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(
+                                      1, u"A bookmark whose title is long enough to widen it"_s,
+                                      u"https://w/"_s),
+                                  FakeRaindropService::bookmark(2, u"Two"_s, u"https://t/"_s)})
+                                 .held());
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -656,22 +691,23 @@ void tst_LazyMenuDelegate::grownSubmenuStaysBesideParent() {
     const QRect before = recent->geometry();
     QVERIFY2(before.right() < menu->geometry().left() + 8, "opened to the left");
 
+    QTRY_COMPARE(service.count(u"recent"_s), 1);
+    service.server().release();
     QTRY_COMPARE(MenuTree::describe(recent).size(), 2);
-    QTest::qWait(20);
+    QTRY_VERIFY2(recent->geometry().width() > before.width(), "grew");
+    QTRY_COMPARE(recent->geometry().right(), before.right());
+    QTRY_COMPARE(recent->geometry().top(), before.top());
     const QRect after = recent->geometry();
-    QVERIFY2(after.width() > before.width(), "grew");
-    QCOMPARE(after.right(), before.right());
-    QCOMPARE(after.top(), before.top());
     QVERIFY(!after.intersects(menu->geometry().adjusted(8, 0, 0, 0)));
 }
 
 void tst_LazyMenuDelegate::grownSubmenuOnTheRightKeepsItsPlace() {
-    FakeService service;
-    service.set(u"recent"_s,
-                FakeService::list({FakeService::bookmark(
-                                      1, u"A bookmark whose title is long enough to widen it"_s,
-                                      u"https://w/"_s)})
-                    .after(200ms));
+    FakeRaindropService service;
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(
+                                     1, u"A bookmark whose title is long enough to widen it"_s,
+                                     u"https://w/"_s)})
+                                 .held());
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -687,16 +723,17 @@ void tst_LazyMenuDelegate::grownSubmenuOnTheRightKeepsItsPlace() {
     QTRY_VERIFY(recent->isVisible());
     const QRect before = recent->geometry();
     QVERIFY(before.left() > menu->geometry().left());
+    QTRY_COMPARE(service.count(u"recent"_s), 1);
+    service.server().release();
     QTRY_COMPARE(MenuTree::describe(recent).size(), 1);
     QTRY_VERIFY(MenuTree::describe(recent) != loading);
-    QTest::qWait(20);
-    QVERIFY(recent->geometry().width() > before.width());
-    QCOMPARE(recent->geometry().topLeft(), before.topLeft());
+    QTRY_VERIFY(recent->geometry().width() > before.width());
+    QTRY_COMPARE(recent->geometry().topLeft(), before.topLeft());
 }
 
 void tst_LazyMenuDelegate::refilledWhileActionsOpen() {
-    FakeService service;
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Old"_s, u"https://o/"_s)});
+    FakeRaindropService service;
+    service.setItems(u"recent"_s, {FakeRaindropService::bookmark(1, u"Old"_s, u"https://o/"_s)});
     TestClock clock;
     StatusItem statusItem;
     MenuManager manager(&statusItem, config(), service.environment(), testTimings(clock));
@@ -713,9 +750,9 @@ void tst_LazyMenuDelegate::refilledWhileActionsOpen() {
     clock.advance(1h);
 
     // The old list's item is open when the new list arrives.
-    service.set(
-        u"recent"_s,
-        FakeService::list({FakeService::bookmark(2, u"New"_s, u"https://n/"_s)}).after(200ms));
+    service.set(u"recent"_s, FakeRaindropService::list(
+                                 {FakeRaindropService::bookmark(2, u"New"_s, u"https://n/"_s)})
+                                 .held());
     recent->hide();
     menu->setActiveAction(nullptr);
     menu->setActiveAction(recentItem);
@@ -724,6 +761,8 @@ void tst_LazyMenuDelegate::refilledWhileActionsOpen() {
     QPointer<QMenu> actions = old->menu();
     recent->setActiveAction(old);
     QTRY_VERIFY(actions->isVisible());
+    QTRY_COMPARE(service.count(u"recent"_s), 2);
+    service.server().release();
     QTRY_COMPARE(MenuTree::describe(recent), QStringList{u"New ▸"_s});
     QTRY_VERIFY(!actions);
     // The menus go on working.

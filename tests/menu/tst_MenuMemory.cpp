@@ -1,4 +1,4 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
 
 #include "app/tray/StatusItem.h"
@@ -87,21 +87,22 @@ public:
     Workload() {
         QJsonArray favourites;
         for (int i = 0; i < 10; ++i)
-            favourites.append(FakeService::bookmark(100 + i, u"Favourite %1"_s.arg(i),
-                                                    u"https://f.example/%1"_s.arg(i), true));
+            favourites.append(FakeRaindropService::bookmark(
+                100 + i, u"Favourite %1"_s.arg(i), u"https://f.example/%1"_s.arg(i), true));
         service.setItems(u"favourites"_s, favourites);
         QJsonArray collections;
         for (int i = 0; i < 20; ++i)
-            collections.append(FakeService::collection(i + 1, u"Collection %1"_s.arg(i), i));
+            collections.append(
+                FakeRaindropService::collection(i + 1, u"Collection %1"_s.arg(i), i));
         service.setItems(u"collections"_s, collections);
         QJsonArray tags;
         for (int i = 0; i < 30; ++i)
-            tags.append(FakeService::tag(u"tag%1"_s.arg(i), 30 - i));
+            tags.append(FakeRaindropService::tag(u"tag%1"_s.arg(i), 30 - i));
         service.setItems(u"tags"_s, tags);
         QJsonArray bookmarks;
         for (int i = 0; i < 20; ++i)
-            bookmarks.append(FakeService::bookmark(200 + i, u"Bookmark %1"_s.arg(i),
-                                                   u"https://b.example/%1"_s.arg(i)));
+            bookmarks.append(FakeRaindropService::bookmark(200 + i, u"Bookmark %1"_s.arg(i),
+                                                           u"https://b.example/%1"_s.arg(i)));
         service.setItems(u"recent"_s, bookmarks);
         service.setItems(u"col_1"_s, bookmarks);
         service.setItems(u"col_2"_s, bookmarks);
@@ -126,7 +127,7 @@ public:
     // One refresh: the placeholder, then the full menu again.
     bool refresh() {
         // The test server's record of requests is not the program's memory.
-        service.server.clearRequests();
+        service.server().clearRequests();
         manager->refresh();
         menu = MenuTree::waitForFullMenu(statusItem, menu);
         settle();
@@ -162,10 +163,9 @@ public:
         QMenu* recent = MenuTree::submenu(menu, u"🕐 Recent"_s);
         const QString first = recent->actions().constFirst()->text();
         *clock.now += 31min;
-        service.setItems(u"recent"_s,
-                         ++round % 2
-                             ? QJsonArray{FakeService::bookmark(300, u"Other"_s, u"https://o/"_s)}
-                             : recentItems());
+        service.setItems(u"recent"_s, ++round % 2 ? QJsonArray{FakeRaindropService::bookmark(
+                                                        300, u"Other"_s, u"https://o/"_s)}
+                                                  : recentItems());
         Q_EMIT recent->aboutToShow();
         QDeadlineTimer deadline(5s);
         while (recent->actions().constFirst()->text() == first && !deadline.hasExpired())
@@ -174,7 +174,7 @@ public:
         return !deadline.hasExpired();
     }
 
-    FakeService service;
+    FakeRaindropService service;
     TestClock clock;
     StatusItem statusItem;
     std::unique_ptr<MenuManager> manager;
@@ -191,8 +191,8 @@ private:
     QJsonArray recentItems() const {
         QJsonArray bookmarks;
         for (int i = 0; i < 20; ++i)
-            bookmarks.append(FakeService::bookmark(200 + i, u"Bookmark %1"_s.arg(i),
-                                                   u"https://b.example/%1"_s.arg(i)));
+            bookmarks.append(FakeRaindropService::bookmark(200 + i, u"Bookmark %1"_s.arg(i),
+                                                           u"https://b.example/%1"_s.arg(i)));
         return bookmarks;
     }
     int round = 0;
@@ -227,14 +227,14 @@ void tst_MenuMemory::objectsDoNotGrow() {
     QVERIFY(workload.menu);
     for (int i = 0; i < 5; ++i)
         QVERIFY(workload.cycle());
-    const QHash<QByteArray, int> before = census(&workload.service.server);
+    const QHash<QByteArray, int> before = census(&workload.service.server());
     QVERIFY(before.value("QMenu") > 50);
     QVERIFY(before.value("QAction") > 300);
     QVERIFY(before.value("LazyMenuDelegate") > 40);
 
     for (int i = 0; i < 100; ++i)
         QVERIFY(workload.cycle());
-    const QHash<QByteArray, int> after = census(&workload.service.server);
+    const QHash<QByteArray, int> after = census(&workload.service.server());
     for (const QByteArray& name : {QByteArray("QMenu"), QByteArray("QAction"),
                                    QByteArray("LazyMenuDelegate"), QByteArray("QTimer")}) {
         QCOMPARE(after.value(name), before.value(name));
@@ -259,10 +259,10 @@ void tst_MenuMemory::objectsDoNotGrow() {
     // Without a refresh, a submenu that is filled again and again releases its old items.
     for (int i = 0; i < 4; ++i)
         QVERIFY(workload.reloadRecent());
-    const QHash<QByteArray, int> reloaded = census(&workload.service.server);
+    const QHash<QByteArray, int> reloaded = census(&workload.service.server());
     for (int i = 0; i < 50; ++i)
         QVERIFY(workload.reloadRecent());
-    const QHash<QByteArray, int> reloadedAgain = census(&workload.service.server);
+    const QHash<QByteArray, int> reloadedAgain = census(&workload.service.server());
     QCOMPARE(reloadedAgain.value("QMenu"), reloaded.value("QMenu"));
     QCOMPARE(reloadedAgain.value("QAction"), reloaded.value("QAction"));
 }

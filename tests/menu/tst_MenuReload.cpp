@@ -1,5 +1,6 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
+#include "RoundTrip.h"
 
 #include "app/tray/StatusItem.h"
 #include "menu/BootClock.h"
@@ -38,11 +39,11 @@ AppConfig config() {
     return config;
 }
 
-void answerEverything(FakeService& service) {
-    service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(1, u"A favourite"_s, u"https://one.example/"_s)});
-    service.setItems(u"collections"_s, {FakeService::collection(10, u"Reading"_s, 2)});
-    service.setItems(u"tags"_s, {FakeService::tag(u"later"_s, 1)});
+void answerEverything(FakeRaindropService& service) {
+    service.setItems(u"favourites"_s, {FakeRaindropService::bookmark(1, u"A favourite"_s,
+                                                                     u"https://one.example/"_s)});
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(10, u"Reading"_s, 2)});
+    service.setItems(u"tags"_s, {FakeRaindropService::tag(u"later"_s, 1)});
 }
 
 const TestHttpServer::Response failure{500, "down", {}, {}, {}};
@@ -69,7 +70,7 @@ private Q_SLOTS:
     void waitsForOpenMenuToClose();
 
 private:
-    std::unique_ptr<MenuManager> start(FakeService& service, StatusItem& statusItem,
+    std::unique_ptr<MenuManager> start(FakeRaindropService& service, StatusItem& statusItem,
                                        const TestClock& clock) {
         auto manager = std::make_unique<MenuManager>(&statusItem, config(), service.environment(),
                                                      testTimings(clock));
@@ -91,27 +92,27 @@ void tst_MenuReload::bootClockCountsSleep() {
 }
 
 void tst_MenuReload::freshMenuIsKept() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
     TestClock clock;
     StatusItem statusItem;
     auto manager = start(service, statusItem, clock);
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
-    QVERIFY(service.server.waitForRequests(3));
-    const int requests = service.server.requestCount();
+    QVERIFY(service.server().waitForRequests(3));
+    const int requests = service.server().requestCount();
 
     clock.advance(300s); // as old as the interval, not older
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     // A reload would have put the placeholder up at once.
     QCOMPARE(statusItem.menu(), menu);
-    QCoreApplication::processEvents();
-    QCOMPARE(service.server.requestCount(), requests);
+    roundTrip(manager->api());
+    QCOMPARE(service.server().requestCount(), requests + 1);
 }
 
 void tst_MenuReload::failedFavouritesReload() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
     service.set(u"favourites"_s, failure);
     TestClock clock;
@@ -133,7 +134,7 @@ void tst_MenuReload::failedFavouritesReload() {
 }
 
 void tst_MenuReload::failedCollectionsReload() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
     service.set(u"collections"_s, failure);
     TestClock clock;
@@ -152,7 +153,7 @@ void tst_MenuReload::failedCollectionsReload() {
 }
 
 void tst_MenuReload::olderThanRefreshIntervalReloads() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
     TestClock clock;
     StatusItem statusItem;
@@ -162,8 +163,8 @@ void tst_MenuReload::olderThanRefreshIntervalReloads() {
     QCOMPARE(service.count(u"favourites"_s), 1);
 
     // The machine slept for longer than the refresh interval; the timer has not fired since.
-    service.setItems(u"favourites"_s,
-                     {FakeService::bookmark(2, u"Saved overnight"_s, u"https://two.example/"_s)});
+    service.setItems(u"favourites"_s, {FakeRaindropService::bookmark(2, u"Saved overnight"_s,
+                                                                     u"https://two.example/"_s)});
     clock.advance(300s + 1ms);
     manager->reloadIfOutdated();
     QMenu* menu = MenuTree::waitForFullMenu(statusItem, first);
@@ -173,45 +174,46 @@ void tst_MenuReload::olderThanRefreshIntervalReloads() {
     QVERIFY(MenuTree::item(menu, u"Saved overnight"_s));
 
     // Measured from the new build on.
-    const int requests = service.server.requestCount();
+    const int requests = service.server().requestCount();
     clock.advance(299s);
     manager->reloadIfOutdated();
     QCOMPARE(statusItem.menu(), menu);
-    QCoreApplication::processEvents();
-    QCOMPARE(service.server.requestCount(), requests);
+    roundTrip(manager->api());
+    QCOMPARE(service.server().requestCount(), requests + 1);
 }
 
 void tst_MenuReload::oneLoadInFlight() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
-    service.set(
-        u"favourites"_s,
-        FakeService::list({FakeService::bookmark(1, u"Slow"_s, u"https://s/"_s)}).after(500ms));
+    service.set(u"favourites"_s, FakeRaindropService::list(
+                                     {FakeRaindropService::bookmark(1, u"Slow"_s, u"https://s/"_s)})
+                                     .held());
     TestClock clock;
     StatusItem statusItem;
     auto manager = start(service, statusItem, clock);
     QMenu* placeholder = statusItem.menu();
-    QVERIFY(service.server.waitForRequests(1));
+    QVERIFY(service.server().waitForRequests(1));
 
     // The build under way is the load; no second one starts.
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     QCOMPARE(statusItem.menu(), placeholder);
+    service.server().release();
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
     QVERIFY(!hasFailureLine(menu));
     // It succeeded: nothing follows it.
-    QVERIFY(service.server.waitForRequests(3));
-    QCoreApplication::processEvents();
+    QVERIFY(service.server().waitForRequests(3));
+    roundTrip(manager->api());
     QCOMPARE(statusItem.menu(), menu);
     QCOMPARE(service.count(u"favourites"_s), 1);
 }
 
 void tst_MenuReload::failedBuildInFlightIsFollowedOnce() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
     TestHttpServer::Response slowFailure = failure;
-    service.set(u"favourites"_s, slowFailure.after(500ms));
+    service.set(u"favourites"_s, slowFailure.held());
     TestClock clock;
     StatusItem statusItem;
     // Each menu attached: "placeholder", "failed" or "whole".
@@ -222,12 +224,13 @@ void tst_MenuReload::failedBuildInFlightIsFollowedOnce() {
                                                 : u"whole"_s);
     });
     auto manager = start(service, statusItem, clock);
-    QVERIFY(service.server.waitForRequests(1));
+    QVERIFY(service.server().waitForRequests(1));
 
     // The network came back while the build waited for a service that was still unreachable.
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     answerEverything(service);
+    service.server().release();
     QMenu* menu = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(menu);
     QVERIFY(!hasFailureLine(menu));
@@ -237,7 +240,7 @@ void tst_MenuReload::failedBuildInFlightIsFollowedOnce() {
 }
 
 void tst_MenuReload::waitsForOpenMenuToClose() {
-    FakeService service;
+    FakeRaindropService service;
     answerEverything(service);
     service.set(u"favourites"_s, failure);
     TestClock clock;
@@ -245,7 +248,7 @@ void tst_MenuReload::waitsForOpenMenuToClose() {
     auto manager = start(service, statusItem, clock);
     QMenu* failed = MenuTree::waitForFullMenu(statusItem);
     QVERIFY(failed);
-    const int requests = service.server.requestCount();
+    const int requests = service.server().requestCount();
     answerEverything(service);
 
     failed->popup(QPoint(10, 10));
@@ -253,10 +256,10 @@ void tst_MenuReload::waitsForOpenMenuToClose() {
     manager->reloadIfOutdated();
     manager->reloadIfOutdated();
     // Nothing changes under the open menu.
-    QCoreApplication::processEvents();
+    roundTrip(manager->api());
     QCOMPARE(statusItem.menu(), failed);
     QVERIFY(failed->isVisible());
-    QCOMPARE(service.server.requestCount(), requests);
+    QCOMPARE(service.server().requestCount(), requests + 1);
 
     // Once it closes, the reload follows, once.
     failed->hide();

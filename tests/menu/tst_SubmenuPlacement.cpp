@@ -1,4 +1,4 @@
-#include "FakeService.h"
+#include "FakeRaindropService.h"
 #include "MenuTree.h"
 
 #include "app/tray/StatusItem.h"
@@ -30,13 +30,14 @@ AppConfig config() {
 
 // Recent bookmarks, one collection under "📁 Collections" with a bookmark whose title widens
 // its submenu once it arrives.
-void fill(FakeService& service) {
-    service.setItems(u"recent"_s, {FakeService::bookmark(1, u"Recent one"_s, u"https://r/"_s)});
-    service.setItems(u"collections"_s, {FakeService::collection(10, u"Reading"_s, 1)});
-    service.set(
-        u"col_10"_s,
-        FakeService::list({FakeService::bookmark(2, u"A title that widens it"_s, u"https://w/"_s)})
-            .after(200ms));
+void fill(FakeRaindropService& service) {
+    service.setItems(u"recent"_s,
+                     {FakeRaindropService::bookmark(1, u"Recent one"_s, u"https://r/"_s)});
+    service.setItems(u"collections"_s, {FakeRaindropService::collection(10, u"Reading"_s, 1)});
+    service.set(u"col_10"_s,
+                FakeRaindropService::list({FakeRaindropService::bookmark(
+                                              2, u"A title that widens it"_s, u"https://w/"_s)})
+                    .held());
 }
 
 // Opens the submenu of item the way the keyboard and the pointer do: Qt places it itself.
@@ -53,7 +54,7 @@ QMenu* open(QMenu* menu, const QString& item) {
 
 // The full menu of a started manager, popped up at a screen edge.
 struct TrayMenu {
-    FakeService service;
+    FakeRaindropService service;
     StatusItem statusItem;
     MenuManager manager{&statusItem, config(), service.environment(), testTimings()};
     QMenu* menu = nullptr;
@@ -118,11 +119,12 @@ void tst_SubmenuPlacement::nestedSubmenusStayLeftAtRightEdge() {
     QVERIFY(!before.intersects(menu->geometry()));
     QVERIFY(!before.intersects(collections->geometry()));
     QCOMPARE(before.right(), collections->geometry().left() - 1);
+    QTRY_COMPARE(tray.service.count(u"col_10"_s), 1);
+    tray.service.server().release();
     QTRY_COMPARE(MenuTree::describe(reading).size(), 1);
     QTRY_VERIFY(MenuTree::describe(reading) != QStringList{u"(off) Loading…"_s});
-    QTest::qWait(20);
-    QVERIFY2(reading->geometry().width() > before.width(), "grew");
-    QCOMPARE(reading->geometry().right(), before.right());
+    QTRY_VERIFY2(reading->geometry().width() > before.width(), "grew");
+    QTRY_COMPARE(reading->geometry().right(), before.right());
     QVERIFY(!reading->geometry().intersects(menu->geometry()));
     QVERIFY(!reading->geometry().intersects(collections->geometry()));
 
@@ -146,6 +148,8 @@ void tst_SubmenuPlacement::nestedSubmenusStayRightAtLeftEdge() {
     QMenu* reading = open(collections, u"Reading  (1)"_s);
     QVERIFY(reading);
     QVERIFY(reading->geometry().left() > collections->geometry().left());
+    QTRY_COMPARE(tray.service.count(u"col_10"_s), 1);
+    tray.service.server().release();
     QTRY_VERIFY(MenuTree::describe(reading) != QStringList{u"(off) Loading…"_s});
     QMenu* bookmarkActions = open(reading, reading->actions().constFirst()->text());
     QVERIFY(bookmarkActions);

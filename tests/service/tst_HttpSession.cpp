@@ -40,7 +40,7 @@ private Q_SLOTS:
     void init() {
         m_server = std::make_unique<TestHttpServer>();
         m_server->on("GET", u"/a"_s, TestHttpServer::Response::json("{}"));
-        m_server->on("GET", u"/slow"_s, TestHttpServer::Response::json("{}").after(300ms));
+        m_server->on("GET", u"/slow"_s, TestHttpServer::Response::json("{}").held());
     }
     void cleanup() {
         HttpSession::keepConnectionsWhile({});
@@ -83,6 +83,7 @@ private Q_SLOTS:
         QVERIFY(answered(get(*m_server, u"/a"_s)));
         HttpSession::closeIdleConnections();
         QVERIFY(!slow->isFinished());
+        m_server->release();
         QVERIFY(answered(slow));
         QTRY_COMPARE(m_server->openConnections(), 0);
         QCOMPARE(m_server->abortedConnections(), 0);

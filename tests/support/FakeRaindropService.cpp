@@ -1,10 +1,6 @@
 #include "FakeRaindropService.h"
 
-#include "config/Environment.h"
-
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QMap>
 
 #include <algorithm>
@@ -24,13 +20,6 @@ QJsonObject toJson(const FakeRaindropService::Bookmark& bookmark) {
             {QStringLiteral("important"), bookmark.important},
             {QStringLiteral("tags"), QJsonArray::fromStringList(bookmark.tags)},
             {QStringLiteral("collection"), collection}};
-}
-
-TestHttpServer::Response listOf(const QJsonArray& items) {
-    const QJsonObject body{{QStringLiteral("result"), true},
-                           {QStringLiteral("items"), items},
-                           {QStringLiteral("count"), items.size()}};
-    return TestHttpServer::Response::json(QJsonDocument(body).toJson(QJsonDocument::Compact));
 }
 
 TestHttpServer::Response itemAnswer(const FakeRaindropService::Bookmark& bookmark) {
@@ -61,6 +50,14 @@ QString FakeRaindropService::apiBase() const {
     return m_server.baseUrl() + restPrefix;
 }
 
+Environment FakeRaindropService::environment(const QString& version) const {
+    Environment environment;
+    environment.apiBase = apiBase();
+    environment.updateManifest = m_server.baseUrl() + QStringLiteral("/apps/quillmar/latest.json");
+    environment.version = version;
+    return environment;
+}
+
 void FakeRaindropService::addCollection(qint64 id, const QString& title) {
     m_collections.append({id, title});
 }
@@ -73,9 +70,19 @@ void FakeRaindropService::failListRequests(qint64 collectionId, int count) {
     m_failures[collectionId] = count;
 }
 
+void FakeRaindropService::set(const QString& kind, const TestHttpServer::Response& response) {
+    m_answers.insert(kind, response);
+}
+
 TestHttpServer::Response FakeRaindropService::answer(const TestHttpServer::Request& request) {
-    if (request.header("authorization") != "Bearer " + m_token.toUtf8())
+    if (!m_token.isEmpty() && request.header("authorization") != "Bearer " + m_token.toUtf8())
         return {401, "Unauthorized", {{"Content-Type", "text/plain"}}, {}, {}};
+    if (const auto set = m_answers.constFind(kindOf(request)); set != m_answers.cend())
+        return *set;
+    return storeAnswer(request);
+}
+
+TestHttpServer::Response FakeRaindropService::storeAnswer(const TestHttpServer::Request& request) {
     if (!request.path.startsWith(restPrefix))
         return {404, "Not Found", {}, {}, {}};
     const QString path = request.path.mid(restPrefix.size());
@@ -90,7 +97,7 @@ TestHttpServer::Response FakeRaindropService::answer(const TestHttpServer::Reque
                                      {QStringLiteral("title"), collection.title},
                                      {QStringLiteral("count"), qint64(count)}});
         }
-        return listOf(items);
+        return FakeRaindropService::list(items);
     }
     if (request.method == "GET" && path == QStringLiteral("/tags")) {
         QMap<QString, int> counts;
@@ -101,7 +108,7 @@ TestHttpServer::Response FakeRaindropService::answer(const TestHttpServer::Reque
         for (auto it = counts.cbegin(); it != counts.cend(); ++it)
             items.append(QJsonObject{{QStringLiteral("_id"), it.key()},
                                      {QStringLiteral("count"), it.value()}});
-        return listOf(items);
+        return FakeRaindropService::list(items);
     }
     if (request.method == "GET" && path.startsWith(QStringLiteral("/raindrops/"))) {
         bool ok = false;
@@ -149,7 +156,7 @@ TestHttpServer::Response FakeRaindropService::listAnswer(const TestHttpServer::R
     QJsonArray items;
     for (const Bookmark& bookmark : std::as_const(selected))
         items.append(toJson(bookmark));
-    return listOf(items);
+    return FakeRaindropService::list(items);
 }
 
 TestHttpServer::Response FakeRaindropService::update(qint64 id, const QByteArray& body) {
@@ -176,42 +183,69 @@ TestHttpServer::Response FakeRaindropService::create(const QByteArray& body) {
     return itemAnswer(bookmark);
 }
 
-QList<TestHttpServer::Request> FakeRaindropService::listRequests(qint64 collection) const {
-    QList<TestHttpServer::Request> found;
-    const QString path = restPrefix + QStringLiteral("/raindrops/") + QString::number(collection);
-    for (const auto& request : m_server.requests())
-        if (request.method == "GET" && request.path == path)
-            found.append(request);
-    return found;
-}
-
-int FakeRaindropService::collectionRequests(qint64 collectionId) const {
-    return int(listRequests(collectionId).size());
-}
-
-int FakeRaindropService::tagRequests(const QString& tag) const {
-    int count = 0;
-    for (const auto& request : listRequests(0))
-        if (searchValue(request.query(QStringLiteral("search")), QStringLiteral("tag")) == tag)
-            ++count;
-    return count;
-}
-
-int FakeRaindropService::favouritesRequests() const {
-    int count = 0;
-    for (const auto& request : listRequests(0))
-        if (searchValue(request.query(QStringLiteral("search")), QStringLiteral("important"))
-                .isBool())
-            ++count;
-    return count;
-}
-
-int FakeRaindropService::recentRequests() const {
-    int count = 0;
-    for (const auto& request : listRequests(0))
+QString FakeRaindropService::kindOf(const TestHttpServer::Request& request) {
+    if (!request.path.startsWith(restPrefix))
+        return request.path;
+    const QString path = request.path.mid(restPrefix.size());
+    if (request.method == "PUT" && path.startsWith(QStringLiteral("/raindrop/")))
+        return QStringLiteral("favourite_") + path.mid(10);
+    if (request.method == "POST" && path == QStringLiteral("/raindrop"))
+        return QStringLiteral("create");
+    if (path == QStringLiteral("/collections"))
+        return QStringLiteral("collections");
+    if (path == QStringLiteral("/tags"))
+        return QStringLiteral("tags");
+    if (path == QStringLiteral("/raindrops/0")) {
+        const QString search = request.query(QStringLiteral("search"));
+        if (searchValue(search, QStringLiteral("important")).isBool())
+            return QStringLiteral("favourites");
+        if (const QJsonValue tag = searchValue(search, QStringLiteral("tag")); tag.isString())
+            return QStringLiteral("tag_") + tag.toString();
         if (request.query(QStringLiteral("sort")) == QStringLiteral("-created"))
-            ++count;
-    return count;
+            return QStringLiteral("recent");
+    }
+    if (path.startsWith(QStringLiteral("/raindrops/")))
+        return QStringLiteral("col_") + path.mid(11);
+    return request.path;
+}
+
+QStringList FakeRaindropService::kinds() const {
+    QStringList kinds;
+    const QList<TestHttpServer::Request> requests = m_server.requests();
+    for (const TestHttpServer::Request& request : requests)
+        kinds.append(kindOf(request));
+    return kinds;
+}
+
+QList<TestHttpServer::Request> FakeRaindropService::requestsOf(const QString& kind) const {
+    QList<TestHttpServer::Request> matching;
+    const QList<TestHttpServer::Request> requests = m_server.requests();
+    for (const TestHttpServer::Request& request : requests)
+        if (kindOf(request) == kind)
+            matching.append(request);
+    return matching;
+}
+
+TestHttpServer::Response FakeRaindropService::list(const QJsonArray& items) {
+    const QJsonObject body{{QStringLiteral("result"), true},
+                           {QStringLiteral("items"), items},
+                           {QStringLiteral("count"), items.size()}};
+    return TestHttpServer::Response::json(QJsonDocument(body).toJson(QJsonDocument::Compact));
+}
+
+QJsonObject FakeRaindropService::bookmark(qint64 id, const QString& title, const QString& link,
+                                          bool important, qint64 collection) {
+    return toJson({id, title, link, collection, important, {}});
+}
+
+QJsonObject FakeRaindropService::collection(qint64 id, const QString& title, qint64 count) {
+    return {{QStringLiteral("_id"), id},
+            {QStringLiteral("title"), title},
+            {QStringLiteral("count"), count}};
+}
+
+QJsonObject FakeRaindropService::tag(const QString& name, qint64 count) {
+    return {{QStringLiteral("_id"), name}, {QStringLiteral("count"), count}};
 }
 
 QStringList FakeRaindropService::fullMenuLabels() {

@@ -10,9 +10,21 @@
 #include <QTimer>
 #include <QUrlQuery>
 
+#include <utility>
+
 namespace {
 
 const char* bufferProperty = "testHttpServerBuffer";
+// Requests of a connection whose answer has not been sent in full yet.
+const char* owedProperty = "testHttpServerOwed";
+
+int owed(const QTcpSocket* socket) {
+    return socket->property(owedProperty).toInt();
+}
+
+void setOwed(QTcpSocket* socket, int count) {
+    socket->setProperty(owedProperty, count);
+}
 
 QByteArray reasonPhrase(int status) {
     switch (status) {
@@ -154,8 +166,11 @@ void TestHttpServer::setRefusing(bool refusing) {
     }
     m_server->close();
     const QList<QTcpSocket*> sockets = findChildren<QTcpSocket*>(Qt::FindDirectChildrenOnly);
-    for (QTcpSocket* socket : sockets)
+    for (QTcpSocket* socket : sockets) {
+        // The server drops these itself: no client left early.
+        setOwed(socket, 0);
         socket->abort();
+    }
 }
 
 QString TestHttpServer::baseUrl() const {
@@ -203,7 +218,13 @@ void TestHttpServer::onConnection() {
         ++m_acceptedConnections;
         ++m_openConnections;
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadable(socket); });
-        connect(socket, &QTcpSocket::disconnected, this, [this] { --m_openConnections; });
+        // A client that leaves while an answer is owed is counted the moment it leaves, so that
+        // a test can wait for that rather than for the answer's delay.
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            --m_openConnections;
+            if (owed(socket) > 0)
+                ++m_abortedConnections;
+        });
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         if (socket->bytesAvailable() > 0)
             onReadable(socket);
@@ -211,15 +232,21 @@ void TestHttpServer::onConnection() {
 }
 
 void TestHttpServer::onReadable(QTcpSocket* socket) {
-    QByteArray buffer = socket->property(bufferProperty).toByteArray() + socket->readAll();
+    const QByteArray received = socket->readAll();
+    m_receivedBytes += received.size();
+    QByteArray buffer = socket->property(bufferProperty).toByteArray() + received;
     Request request;
     while (takeRequest(buffer, request)) {
+        setOwed(socket, owed(socket) + 1);
         m_requests.append(request);
         Q_EMIT requestReceived(request);
         const Response response = responseFor(request);
         QPointer<QTcpSocket> guarded(socket);
-        if (response.delay.count() > 0)
-            QTimer::singleShot(response.delay, this,
+        if (response.fault == Fault::Held)
+            m_held.append({guarded, response});
+        else if (response.delay.count() > 0)
+            // Precise: the answer never leaves before its delay.
+            QTimer::singleShot(response.delay, Qt::PreciseTimer, this,
                                [this, guarded, response] { answer(guarded, response); });
         else
             answer(guarded, response);
@@ -236,11 +263,18 @@ TestHttpServer::Response TestHttpServer::responseFor(const Request& request) con
     return {404, "not found", {}, {}, Fault::None};
 }
 
-void TestHttpServer::answer(QPointer<QTcpSocket> socket, const Response& response) {
-    if (!socket || socket->state() != QAbstractSocket::ConnectedState) {
-        ++m_abortedConnections;
-        return;
+void TestHttpServer::release() {
+    const QList<QPair<QPointer<QTcpSocket>, Response>> held = std::exchange(m_held, {});
+    for (auto [socket, response] : held) {
+        response.fault = Fault::None;
+        answer(socket, response);
     }
+}
+
+void TestHttpServer::answer(QPointer<QTcpSocket> socket, const Response& response) {
+    // A client gone is counted when it left.
+    if (!socket || socket->state() != QAbstractSocket::ConnectedState)
+        return;
     if (response.fault == Fault::NeverAnswer)
         return;
 
@@ -251,9 +285,11 @@ void TestHttpServer::answer(QPointer<QTcpSocket> socket, const Response& respons
     if (response.fault == Fault::EndlessBody) {
         head += "Content-Type: text/html\r\nConnection: close\r\n\r\n";
         socket->write(head);
+        // Still owed: the body goes on until the client leaves.
         streamEndlessly(socket);
         return;
     }
+    setOwed(socket, owed(socket) - 1);
     head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n\r\n";
     if (response.fault == Fault::ResetMidBody) {
         socket->write(head + response.body.left(response.body.size() / 2));
@@ -265,10 +301,8 @@ void TestHttpServer::answer(QPointer<QTcpSocket> socket, const Response& respons
 }
 
 void TestHttpServer::streamEndlessly(QPointer<QTcpSocket> socket) {
-    if (!socket || socket->state() != QAbstractSocket::ConnectedState) {
-        ++m_abortedConnections;
+    if (!socket || socket->state() != QAbstractSocket::ConnectedState)
         return;
-    }
     // Keep a little in flight so the client sets the pace.
     if (socket->bytesToWrite() < 256 * 1024)
         socket->write(QByteArray(64 * 1024, 'x'));

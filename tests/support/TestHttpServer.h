@@ -38,6 +38,7 @@ public:
         NeverAnswer,  // accept the request and stay silent
         ResetMidBody, // send the headers and half the body, then reset the connection
         EndlessBody,  // send the headers and then body bytes until the client goes away
+        Held,         // answer as usual once the test calls release()
     };
 
     struct Response {
@@ -52,6 +53,10 @@ public:
         }
         Response& after(std::chrono::milliseconds d) {
             delay = d;
+            return *this;
+        }
+        Response& held() {
+            fault = Fault::Held;
             return *this;
         }
     };
@@ -81,11 +86,16 @@ public:
     // Spins the event loop until at least count requests were recorded, or the time is up (long
     // enough for a loaded machine running a sanitizer build; it only delays a real failure).
     bool waitForRequests(int count, std::chrono::milliseconds timeout = std::chrono::seconds(30));
+    // Sends the answers held so far, in the order of their requests, to the clients still there.
+    void release();
     // Refuses every connection from now on, as a host whose network is down, and drops the open
     // ones; or takes connections again, on the same port.
     void setRefusing(bool refusing);
-    // Connections that the client closed or that the server saw end early.
+    // Connections that the client closed while an answer was owed (delayed, never sent or
+    // endless), counted the moment they closed, and TLS handshakes that failed.
     int abortedConnections() const { return m_abortedConnections; }
+    // Bytes read from all clients so far.
+    qint64 receivedBytes() const { return m_receivedBytes; }
     // Connections taken so far, and those of them still open.
     int acceptedConnections() const { return m_acceptedConnections; }
     int openConnections() const { return m_openConnections; }
@@ -113,7 +123,9 @@ private:
     QList<Route> m_routes;
     Handler m_fallback;
     QList<Request> m_requests;
+    QList<QPair<QPointer<QTcpSocket>, Response>> m_held;
     int m_abortedConnections = 0;
+    qint64 m_receivedBytes = 0;
     int m_acceptedConnections = 0;
     int m_openConnections = 0;
 };

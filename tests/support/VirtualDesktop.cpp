@@ -40,8 +40,11 @@ bool VirtualDesktop::start() {
     const QString log = m_work.filePath(QStringLiteral("desktop.log"));
 
     // -displayfd picks a free display number and prints it once the server accepts clients.
+    // -noreset: by default the server resets when its last client leaves, and a client that
+    // connects meanwhile is refused; the tray host, started slowly on a loaded machine, could
+    // come just as a probe for it (xdotool) left.
     if (!m_server.start({QStringLiteral("Xvfb"), QStringLiteral("-displayfd"), QStringLiteral("1"),
-                         QStringLiteral("-screen"), QStringLiteral("0"),
+                         QStringLiteral("-noreset"), QStringLiteral("-screen"), QStringLiteral("0"),
                          QStringLiteral("%1x%2x24")
                              .arg(m_options.screen.width())
                              .arg(m_options.screen.height()),

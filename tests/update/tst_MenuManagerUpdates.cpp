@@ -1,6 +1,7 @@
 #include "AlertCatcher.h"
 #include "FakeRaindropService.h"
 #include "TestHttpServer.h"
+#include "Timers.h"
 #include "app/tray/StatusItem.h"
 #include "menu/MenuManager.h"
 
@@ -29,10 +30,12 @@ QByteArray manifest(const QString& version) {
         .toJson(QJsonDocument::Compact);
 }
 
-void waitFor(std::chrono::milliseconds duration) {
-    QDeadlineTimer deadline(duration);
-    while (!deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+// The update checks' timers are coarse: each may fall due 5 % of its time early or late.
+std::chrono::milliseconds earliest(std::chrono::milliseconds timer) {
+    return timer * 19 / 20 - 1ms;
+}
+std::chrono::milliseconds latest(std::chrono::milliseconds timer) {
+    return timer * 21 / 20 + 1ms;
 }
 
 QAction* findAction(QMenu* menu, const QString& text) {
@@ -107,55 +110,61 @@ std::unique_ptr<MenuManager> tst_MenuManagerUpdates::manager(std::chrono::millis
 void tst_MenuManagerUpdates::everyLoadSchedulesOneSilentCheck() {
     m_manifests->on("GET", manifestPath, TestHttpServer::Response::json(manifest(u"2.0"_s)));
     AlertCatcher alerts(1); // "Later"
-    auto menu = manager(300ms, 1h);
-    QElapsedTimer elapsed;
-    elapsed.start();
+    constexpr std::chrono::milliseconds delay = 300ms;
+    auto menu = manager(delay, 1h);
+    const QDeadlineTimer beforeDue(earliest(delay));
     menu->buildInitialMenu();
     menu->loadData();
+    // The check waits for its delay.
+    QVERIFY(Timers::runUntil(beforeDue));
+    QCOMPARE(m_manifests->requestCount(), 0);
     QVERIFY(m_manifests->waitForRequests(1));
-    QVERIFY(elapsed.elapsed() >= 270);
     QVERIFY(alerts.waitForAlerts(1));
     QCOMPARE(alerts.alerts().constFirst().text, u"Update Available"_s);
     QCOMPARE(alerts.alerts().constFirst().informativeText,
              u"Quillmar 2.0 is available (you have 1.0)."_s);
-    waitFor(600ms);
-    QCOMPARE(m_manifests->requestCount(), 1);
+    // One check per load: by the time a later check of the test's own has been answered,
+    // every check due by now has asked too.
+    QVERIFY(Timers::runPast(latest(delay)));
+    QCoro::waitFor(menu->checkForUpdatesSilently());
+    QCOMPARE(m_manifests->requestCount(), 2);
 
     // A refresh loads again: one more silent check, which stays silent about 2.0.
     menu->refresh();
-    QVERIFY(m_manifests->waitForRequests(2));
-    waitFor(600ms);
-    QCOMPARE(m_manifests->requestCount(), 2);
+    QVERIFY(m_manifests->waitForRequests(3));
+    QVERIFY(Timers::runPast(latest(delay)));
+    QCoro::waitFor(menu->checkForUpdatesSilently());
+    QCOMPARE(m_manifests->requestCount(), 4);
     QCOMPARE(alerts.count(), 1);
 
     // Two loads within the delay: two checks, one alert for a new version.
     m_manifests->on("GET", manifestPath, TestHttpServer::Response::json(manifest(u"2.1"_s)));
     menu->loadData();
     menu->loadData();
-    QVERIFY(m_manifests->waitForRequests(4));
-    waitFor(600ms);
-    QCOMPARE(m_manifests->requestCount(), 4);
+    QVERIFY(m_manifests->waitForRequests(6));
+    QVERIFY(alerts.waitForAlerts(2));
+    QVERIFY(Timers::runPast(latest(delay)));
+    QCoro::waitFor(menu->checkForUpdatesSilently());
+    QCOMPARE(m_manifests->requestCount(), 7);
     QCOMPARE(alerts.count(), 2);
     QCOMPARE(alerts.alerts().constLast().informativeText,
              u"Quillmar 2.1 is available (you have 1.0)."_s);
 }
 
 void tst_MenuManagerUpdates::loadRearmsTheRepeatingCheck() {
-    auto menu = manager(1h, 1500ms);
-    QElapsedTimer elapsed;
-    elapsed.start();
+    constexpr std::chrono::milliseconds interval = 1500ms;
+    auto menu = manager(1h, interval);
     menu->buildInitialMenu();
     menu->loadData();
-    waitFor(800ms);
-    menu->loadData(); // the repeating check is now due 1500 ms after this load
-    // The first load's timer would have fired at 1500 ms.
-    waitFor(std::chrono::milliseconds(1900 - elapsed.elapsed()));
+    const QDeadlineTimer firstDue(latest(interval));
+    QVERIFY(Timers::runPast(interval / 2));
+    menu->loadData(); // the repeating check is now due an interval after this load
+    // The first load's check would have asked by now; the second load's is not due yet.
+    QVERIFY(Timers::runUntil(firstDue));
     QCOMPARE(m_manifests->requestCount(), 0);
     QVERIFY(m_manifests->waitForRequests(1));
-    QVERIFY(elapsed.elapsed() >= 2150);
+    // And it repeats.
     QVERIFY(m_manifests->waitForRequests(2));
-    waitFor(500ms);
-    QCOMPARE(m_manifests->requestCount(), 2);
 }
 
 void tst_MenuManagerUpdates::footerItemChecksForUpdates() {
@@ -198,8 +207,12 @@ void tst_MenuManagerUpdates::nothingOnceTheHostIsGone() {
     menu->buildInitialMenu();
     menu->loadData();
     menu.reset();
-    waitFor(1s);
-    QCOMPARE(m_manifests->requestCount(), 0);
+    // Past both checks' times, and past the answer to a later check through the same network
+    // access: the gone host's checks asked nothing.
+    QVERIFY(Timers::runPast(latest(300ms)));
+    auto other = manager(1h, 1h);
+    QCoro::waitFor(other->checkForUpdatesSilently());
+    QCOMPARE(m_manifests->requestCount(), 1);
     QCOMPARE(alerts.count(), 0);
 }
 

@@ -1,5 +1,6 @@
 #include "AlertCatcher.h"
 #include "TestHttpServer.h"
+#include "Timers.h"
 #include "config/AppConfig.h"
 #include "update/UpdateChecker.h"
 
@@ -48,10 +49,19 @@ std::optional<QString> notifiedVersion() {
     return value.isValid() ? std::optional(value.toString()) : std::nullopt;
 }
 
-void waitFor(std::chrono::milliseconds duration) {
-    QDeadlineTimer deadline(duration);
-    while (!deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+// A silent check through the same network access, waited for: by its end, whatever an earlier
+// check still had to do after its answer is done, and a request sent before has arrived. It
+// raises no alert where it is used (the version was announced already, or is no newer).
+void roundTrip(UpdateChecker& updates) {
+    QCoro::waitFor(updates.checkForUpdatesSilently());
+}
+
+// The checks' timers are coarse: each may fall due 5 % of its time early or late.
+std::chrono::milliseconds earliest(std::chrono::milliseconds timer) {
+    return timer * 19 / 20 - 1ms;
+}
+std::chrono::milliseconds latest(std::chrono::milliseconds timer) {
+    return timer * 21 / 20 + 1ms;
 }
 
 const QString failedText =
@@ -207,7 +217,7 @@ void tst_UpdateChecker::manualOffersNewerVersion() {
     QCOMPARE(requests.size(), 1);
     QCOMPARE(requests.constFirst().method, QByteArray("GET"));
     QCOMPARE(requests.constFirst().path, manifestPath);
-    waitFor(100ms);
+    roundTrip(*updates);
     QCOMPARE(alerts.count(), 1);
 }
 
@@ -239,7 +249,7 @@ void tst_UpdateChecker::manualDownloadIgnoresUnusableAddress() {
     updates->checkForUpdates();
     QVERIFY(alerts.waitForAlerts(1));
     QCOMPARE(alerts.alerts().constFirst().text, u"Update Available"_s);
-    waitFor(100ms);
+    roundTrip(*updates);
     QVERIFY(m_opened.urls.isEmpty());
     QCOMPARE(alerts.count(), 1);
 }
@@ -327,11 +337,12 @@ void tst_UpdateChecker::manualFailsWhenServerNeverAnswers() {
     timings.fetchTimeout = 500ms;
     auto updates = checker(u"1.0"_s, timings);
     AlertCatcher alerts;
-    QElapsedTimer elapsed;
-    elapsed.start();
+    const QDeadlineTimer beforeDue(earliest(timings.fetchTimeout));
     updates->checkForUpdates();
+    // The check gives up at its time-out, not before.
+    QVERIFY(Timers::runUntil(beforeDue));
+    QCOMPARE(alerts.count(), 0);
     QVERIFY(alerts.waitForAlerts(1));
-    QVERIFY(elapsed.elapsed() >= 450);
     QCOMPARE(alerts.alerts().constFirst().informativeText, failedText);
 }
 
@@ -499,7 +510,6 @@ void tst_UpdateChecker::silentStaysSilentOnFailureAndUpToDate() {
     auto updates = checker(u"1.0"_s);
     QCoro::waitFor(updates->checkForUpdatesSilently());
     QCOMPARE(m_server->requestCount(), 1);
-    waitFor(100ms);
     QCOMPARE(alerts.count(), 0);
     QCOMPARE(notifiedVersion(), std::nullopt);
 }
@@ -520,7 +530,6 @@ void tst_UpdateChecker::silentAnnouncesVersionOnce() {
     auto nextRun = checker(u"1.0"_s);
     QCoro::waitFor(nextRun->checkForUpdatesSilently());
     QCOMPARE(m_server->requestCount(), 5);
-    waitFor(100ms);
     QCOMPARE(alerts.count(), 1);
 
     // Asking still answers.
@@ -552,12 +561,14 @@ void tst_UpdateChecker::silentAnnouncesEachNewVersion() {
 }
 
 void tst_UpdateChecker::overlappingSilentChecksRaiseOneAlert() {
-    m_server->on("GET", manifestPath,
-                 TestHttpServer::Response::json(manifest(u"2.0"_s)).after(200ms));
+    m_server->on("GET", manifestPath, TestHttpServer::Response::json(manifest(u"2.0"_s)).held());
     AlertCatcher alerts(-1);
     auto updates = checker(u"1.0"_s);
     QCoro::Task<void> first = updates->checkForUpdatesSilently();
     QCoro::Task<void> second = updates->checkForUpdatesSilently();
+    // Both are asked before either is answered.
+    QVERIFY(m_server->waitForRequests(2));
+    m_server->release();
     bool otherFinishedBehindAlert = false;
     int alertsWhileOpen = 0;
     OpenAlertAction later([&](QMessageBox* box) {
@@ -570,12 +581,10 @@ void tst_UpdateChecker::overlappingSilentChecksRaiseOneAlert() {
                 other->buttons().constLast()->click();
         });
         answerOthers.start(5);
-        // Keep this alert open until the other check has finished too.
-        QDeadlineTimer deadline(5s);
-        while (!(first.isReady() || second.isReady()) && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        // Keep this alert open until the other check has finished too (an alert it raised
+        // is in the count by then).
+        QVERIFY(QTest::qWaitFor([&] { return first.isReady() || second.isReady(); }, 60000));
         otherFinishedBehindAlert = first.isReady() != second.isReady();
-        waitFor(100ms);
         alertsWhileOpen = alerts.count();
         box->buttons().constLast()->click();
     });
@@ -584,19 +593,18 @@ void tst_UpdateChecker::overlappingSilentChecksRaiseOneAlert() {
     QCOMPARE(m_server->requestCount(), 2);
     QVERIFY(otherFinishedBehindAlert);
     QCOMPARE(alertsWhileOpen, 1);
-    waitFor(100ms);
     QCOMPARE(alerts.count(), 1);
     QCOMPARE(notifiedVersion(), u"2.0"_s);
 }
 
 void tst_UpdateChecker::checkOutlivesItsChecker() {
-    m_server->on("GET", manifestPath,
-                 TestHttpServer::Response::json(manifest(u"2.0"_s)).after(200ms));
+    m_server->on("GET", manifestPath, TestHttpServer::Response::json(manifest(u"2.0"_s)).held());
     AlertCatcher alerts(0);
     auto updates = checker(u"1.0"_s);
     updates->checkForUpdates();
     QVERIFY(m_server->waitForRequests(1));
     updates.reset();
+    m_server->release();
     QVERIFY(alerts.waitForAlerts(1));
     QCOMPARE(alerts.alerts().constFirst().informativeText,
              u"Quillmar 2.0 is available (you have 1.0)."_s);
@@ -607,13 +615,15 @@ void tst_UpdateChecker::firstCheckAfterDelay() {
     UpdateChecker::Timings timings;
     timings.firstCheckDelay = 400ms;
     auto updates = checker(u"1.0"_s, timings);
-    QElapsedTimer elapsed;
-    elapsed.start();
+    const QDeadlineTimer beforeDue(earliest(timings.firstCheckDelay));
     updates->scheduleUpdateChecks();
+    QVERIFY(Timers::runUntil(beforeDue));
+    QCOMPARE(m_server->requestCount(), 0);
     QVERIFY(m_server->waitForRequests(1));
-    QVERIFY(elapsed.elapsed() >= 360);
-    waitFor(600ms);
-    QCOMPARE(m_server->requestCount(), 1);
+    // Once only.
+    QVERIFY(Timers::runPast(latest(timings.firstCheckDelay)));
+    roundTrip(*updates);
+    QCOMPARE(m_server->requestCount(), 2);
 }
 
 void tst_UpdateChecker::firstCheckIsNotCancelledByRescheduling() {
@@ -622,11 +632,13 @@ void tst_UpdateChecker::firstCheckIsNotCancelledByRescheduling() {
     timings.firstCheckDelay = 300ms;
     auto updates = checker(u"1.0"_s, timings);
     updates->scheduleUpdateChecks();
-    waitFor(100ms);
+    QVERIFY(Timers::runPast(timings.firstCheckDelay / 3));
     updates->scheduleUpdateChecks();
     QVERIFY(m_server->waitForRequests(2));
-    waitFor(500ms);
-    QCOMPARE(m_server->requestCount(), 2);
+    // Two, and no more.
+    QVERIFY(Timers::runPast(latest(timings.firstCheckDelay)));
+    roundTrip(*updates);
+    QCOMPARE(m_server->requestCount(), 3);
 }
 
 void tst_UpdateChecker::repeatingTimerIsReplaced() {
@@ -635,22 +647,18 @@ void tst_UpdateChecker::repeatingTimerIsReplaced() {
     timings.firstCheckDelay = 1h;
     timings.checkInterval = 1500ms;
     auto updates = checker(u"1.0"_s, timings);
-    QElapsedTimer elapsed;
-    elapsed.start();
     updates->scheduleUpdateChecks();
-    waitFor(800ms);
-    updates->scheduleUpdateChecks(); // re-armed: now due 1500 ms after this call
+    const QDeadlineTimer firstDue(latest(timings.checkInterval));
+    QVERIFY(Timers::runPast(timings.checkInterval / 2));
+    updates->scheduleUpdateChecks(); // re-armed: now due an interval after this call
     QCOMPARE(updates->findChildren<QTimer*>().size(), 1);
 
-    // The first timer would have fired at 1500 ms.
-    waitFor(std::chrono::milliseconds(1900 - elapsed.elapsed()));
+    // The first timer would have fired by now; the second is not due yet.
+    QVERIFY(Timers::runUntil(firstDue));
     QCOMPARE(m_server->requestCount(), 0);
     QVERIFY(m_server->waitForRequests(1));
-    QVERIFY(elapsed.elapsed() >= 2150);
     // It repeats, alone.
     QVERIFY(m_server->waitForRequests(2));
-    waitFor(500ms);
-    QCOMPARE(m_server->requestCount(), 2);
     QCOMPARE(updates->findChildren<QTimer*>().size(), 1);
 }
 
@@ -663,8 +671,11 @@ void tst_UpdateChecker::nothingOnceCheckerIsGone() {
     auto updates = checker(u"1.0"_s, timings);
     updates->scheduleUpdateChecks();
     updates.reset();
-    waitFor(600ms);
-    QCOMPARE(m_server->requestCount(), 0);
+    // Past both timers' times, and past a later check through the same network access.
+    QVERIFY(Timers::runPast(latest(timings.checkInterval)));
+    serve(manifest(u"1.0"_s));
+    roundTrip(*checker(u"1.0"_s));
+    QCOMPARE(m_server->requestCount(), 1);
     QCOMPARE(alerts.count(), 0);
 }
 

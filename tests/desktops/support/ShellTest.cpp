@@ -604,9 +604,13 @@ bool ShellTest::choose(const QString& label, bool own) {
 }
 
 void ShellTest::closeMenus(bool own) {
-    for (int i = 0; i < 6 && !openMenus(own).isEmpty(); ++i) {
+    for (int i = 0; i < 6; ++i) {
+        const qsizetype open = openMenus(own).size();
+        if (open == 0)
+            return;
         dismissMenu(own);
-        QTest::qWait(200);
+        // Each dismissal closes the innermost menu; the next one waits until it has gone.
+        waitUntil([&] { return openMenus(own).size() < open; }, std::chrono::seconds(5));
     }
 }
 
