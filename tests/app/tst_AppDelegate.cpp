@@ -76,9 +76,6 @@ private Q_SLOTS:
 
 void tst_AppDelegate::init() {
     QFile::remove(AppConfig::filePath());
-    // The one settings window of the process stays open from the test that showed it.
-    if (SettingsWindowController* settings = SettingsWindowController::shared())
-        settings->window()->close();
 }
 
 void tst_AppDelegate::cleanup() {

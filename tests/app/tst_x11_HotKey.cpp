@@ -1,6 +1,6 @@
 // The X11 hot key end to end: a private Xvfb, real key presses through XTest (xdotool), and a
 // second X client competing for the same key.
-#include "../menu/FakeService.h"
+#include "FakeRaindropService.h"
 
 #include "app/AppDelegate.h"
 #include "app/hotkey/HotKeyManager.h"
@@ -374,7 +374,7 @@ void tst_x11_HotKey::absentShortcutAndDestructionReleaseTheKey() {
 }
 
 void tst_x11_HotKey::delegateUsesDefaultShortcutWhenNoneConfigured() {
-    FakeService service;
+    FakeRaindropService service;
     saveConfig(QStringLiteral("token"));
     AppDelegate delegate(service.environment(), quietTimings());
     delegate.applicationDidFinishLaunching();
@@ -386,7 +386,7 @@ void tst_x11_HotKey::delegateUsesDefaultShortcutWhenNoneConfigured() {
 }
 
 void tst_x11_HotKey::delegateUsesConfiguredShortcut() {
-    FakeService service;
+    FakeRaindropService service;
     saveConfig(QStringLiteral("token"), ctrlShiftK());
     AppDelegate delegate(service.environment(), quietTimings());
     delegate.applicationDidFinishLaunching();
@@ -400,7 +400,7 @@ void tst_x11_HotKey::delegateUsesConfiguredShortcut() {
 }
 
 void tst_x11_HotKey::clearingTheTokenKeepsTheHotKey() {
-    FakeService service;
+    FakeRaindropService service;
     saveConfig(QStringLiteral("token"));
     AppDelegate delegate(service.environment(), quietTimings());
     delegate.applicationDidFinishLaunching();
