@@ -180,6 +180,11 @@ void tst_PanelHabits::lazySubmenuShowsBookmarksOnFirstOpen() {
     const int reading = panel->find(readingLabel);
     QVERIFY(reading > 0);
     const int requestsBefore = m_service->collectionRequests(readingId);
+    if (habits == Habits::Plasma) {
+        // This panel shows a submenu at once, placed beside its menu by the size it has then:
+        // told to, it reads the stand-in of one made on demand before the user gets there.
+        QTRY_COMPARE((panel->follow(), panel->shownLabels(reading)), QStringList({u"Loading…"_s}));
+    }
 
     QVERIFY2(panel->open(reading), qPrintable(panel->errors().join(u", "_s)));
     QTRY_COMPARE((panel->follow(), panel->shownLabels(reading)), QStringList({u"Notes page"_s}));
@@ -190,6 +195,8 @@ void tst_PanelHabits::lazySubmenuShowsBookmarksOnFirstOpen() {
         // This panel waits for the answer: it shows the bookmarks from the start.
         QCOMPARE(panel->shownWhenOpened(reading), QStringList({u"Notes page"_s}));
     }
+    if (habits == Habits::Plasma)
+        QCOMPARE(panel->shownWhenOpened(reading), QStringList({u"Loading…"_s}));
 
     // Opened again while fresh: no request, the same bookmarks.
     QVERIFY(panel->close(reading));

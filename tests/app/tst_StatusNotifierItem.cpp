@@ -41,6 +41,8 @@ private Q_SLOTS:
     void middleClickActsAsLeftClick();
     void scrollDoesNothing();
     void activationTokenReachesTheProgram();
+    void itemRegistersAgainWhenThePanelDropsIt();
+    void itemGivesUpOnAPanelThatKeepsDroppingIt();
     void iconNameOnlyWhenThemeHasIt();
     void iconNameFromInstalledTheme();
     void symbolicIconTakesThePanelsTextColour();
@@ -209,6 +211,49 @@ void tst_StatusNotifierItem::activationTokenReachesTheProgram() {
     QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
     QCOMPARE(provided.size(), 1);
     QCOMPARE(provided[0][0].toString(), u"token-1"_s);
+}
+
+void tst_StatusNotifierItem::itemRegistersAgainWhenThePanelDropsIt() {
+    QVERIFY(publish());
+    const TestStatusNotifierWatcher::Item item = m_watcher->items().constFirst();
+    m_watcher->drop(item.service);
+    QVERIFY(m_watcher->items().isEmpty());
+    QVERIFY(m_watcher->waitForItem());
+    QCOMPARE(m_watcher->items().constFirst().service, item.service);
+    QCOMPARE(m_watcher->items().constFirst().path, item.path);
+}
+
+void tst_StatusNotifierItem::itemGivesUpOnAPanelThatKeepsDroppingIt() {
+    QVERIFY(publish());
+    const QString service = m_watcher->items().constFirst().service;
+    for (int drop = 1; drop <= 3; ++drop) {
+        m_watcher->drop(service);
+        QVERIFY2(m_watcher->waitForItem(), qPrintable(u"not back after drop %1"_s.arg(drop)));
+    }
+    static QStringList warnings;
+    static QtMessageHandler testHandler = nullptr;
+    warnings.clear();
+    testHandler = qInstallMessageHandler(
+        [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+            if (type == QtWarningMsg)
+                warnings.append(message);
+            testHandler(type, context, message);
+        });
+    const QString gaveUp = u"The panel dropped the tray icon 4 times; it is not offered again "
+                           u"until the panel restarts."_s;
+    QTest::ignoreMessage(QtWarningMsg, qPrintable(gaveUp));
+    m_watcher->drop(service);
+    const bool said = QTest::qWaitFor([&gaveUp] { return warnings.contains(gaveUp); });
+    qInstallMessageHandler(testHandler);
+    QVERIFY(said);
+    QVERIFY(m_watcher->items().isEmpty());
+
+    // A panel that starts again gets the item again, and as many chances.
+    m_watcher->stop();
+    QVERIFY(m_watcher->start());
+    QVERIFY(m_watcher->waitForItem());
+    m_watcher->drop(service);
+    QVERIFY(m_watcher->waitForItem());
 }
 
 void tst_StatusNotifierItem::iconNameOnlyWhenThemeHasIt() {

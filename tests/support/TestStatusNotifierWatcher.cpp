@@ -37,6 +37,9 @@ public:
     }
     bool isHostRegistered() const { return true; }
     int protocolVersion() const { return 0; }
+    // An item of a program still on the bus, dropped and named by its bus name alone, as
+    // GNOME's AppIndicator extension does.
+    void drop(const QString& service) { remove(service, true); }
 
 public Q_SLOTS:
     // The item names its bus name (its object is then at /StatusNotifierItem) or its object
@@ -64,11 +67,14 @@ Q_SIGNALS:
     void StatusNotifierHostRegistered();
 
 private:
-    void forget(const QString& service) {
+    // Gone from the bus: named by its bus name and path.
+    void forget(const QString& service) { remove(service, false); }
+
+    void remove(const QString& service, bool byNameAlone) {
         for (qsizetype i = m_items.size() - 1; i >= 0; --i) {
             if (m_items[i].service != service)
                 continue;
-            const QString gone = m_items[i].service + m_items[i].path;
+            const QString gone = byNameAlone ? service : m_items[i].service + m_items[i].path;
             m_items.remove(i);
             Q_EMIT StatusNotifierItemUnregistered(gone);
         }
@@ -138,6 +144,16 @@ void TestStatusNotifierWatcher::stop() {
     m_thread.quit();
     m_thread.wait();
     setItems({});
+}
+
+void TestStatusNotifierWatcher::drop(const QString& service) {
+    QMetaObject::invokeMethod(
+        &m_context,
+        [this, service] {
+            if (m_service)
+                static_cast<WatcherService*>(m_service)->drop(service);
+        },
+        Qt::BlockingQueuedConnection);
 }
 
 QList<TestStatusNotifierWatcher::Item> TestStatusNotifierWatcher::items() const {

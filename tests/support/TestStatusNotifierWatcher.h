@@ -25,6 +25,9 @@ public:
     bool start();
     // Gives the name up and disconnects, as a panel that quits does.
     void stop();
+    // Drops the item of service while its program is still on the bus, as GNOME's AppIndicator
+    // extension does with one it failed to set up.
+    void drop(const QString& service);
     // The items registered so far and still on the bus, in registration order.
     QList<Item> items() const;
     // Spins the event loop until an item is registered (or the time is up).

@@ -124,7 +124,10 @@ void DBusMenuAnnouncer::announce() {
         Q_EMIT itemsPropertiesUpdated(updated, removed);
 
     const QList<int> menus = std::exchange(m_changedMenus, {});
-    for (const int id : menus)
-        if (m_ids.menuOf(id))
+    for (const int id : menus) {
+        // A submenu made on demand is told of before it is made: its stand-in is read.
+        const QAction* entry = id == 0 ? nullptr : m_ids.actionOf(id);
+        if (m_ids.menuOf(id) || (entry && DBusMenuItemProperties::opensSubmenuOnDemand(entry)))
             Q_EMIT layoutUpdated(++m_revision, id);
+    }
 }

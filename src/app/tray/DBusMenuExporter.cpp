@@ -92,9 +92,17 @@ DBusMenuLayoutItem DBusMenuExporter::layoutOf(int id, QMenu* menu, int depth,
     if (depth == 0) {
         // Plasma reads a submenu only when told or when it opens, and shows it at once, empty
         // the first time: Qt places it by that size, beside the screen's edge, and it grows off
-        // the screen. Told now, it reads the submenu before the user gets there.
-        if (menu && reader && !m_readers.hasRead(*reader, id))
+        // the screen. Told now, it reads the submenu before the user gets there: its entries,
+        // or the stand-in of one made on demand.
+        if (reader && menu && !m_readers.hasRead(*reader, id)) {
             m_announcer.announceLayout(id);
+        } else if (reader && !menu && id != 0 && !reader->toldStandIns.contains(id)) {
+            QAction* entry = m_ids.actionOf(id);
+            if (entry && DBusMenuItemProperties::opensSubmenuOnDemand(entry)) {
+                reader->toldStandIns.insert(id);
+                m_announcer.announceLayout(id);
+            }
+        }
         return item;
     }
     if (!menu) {

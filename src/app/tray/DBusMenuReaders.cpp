@@ -39,6 +39,7 @@ void DBusMenuReaders::forgetEntry(int id) {
     for (Reader& reader : m_readers) {
         reader.readVersions.remove(id);
         reader.toldKinds.remove(id);
+        reader.toldStandIns.remove(id);
     }
 }
 

@@ -18,6 +18,8 @@ public:
         QHash<int, quint64> readVersions;
         // Entries whose kind (separator, submenu) the panel was told in a layout.
         QSet<int> toldKinds;
+        // Entries whose submenu, not made yet, the panel was told to read as its stand-in.
+        QSet<int> toldStandIns;
     };
 
     explicit DBusMenuReaders(QObject* parent = nullptr);

@@ -61,7 +61,10 @@ StatusNotifierItem::StatusNotifierItem(QString id, QString title, const QIcon& i
         m_iconName = iconName;
     // A panel that restarts brings a new watcher, which knows nothing of this item.
     connect(&m_watcherWatcher, &QDBusServiceWatcher::serviceRegistered, this,
-            &StatusNotifierItem::registerWithWatcher);
+            &StatusNotifierItem::watcherStarted);
+    m_connection.connect(watcherService, watcherPath, watcherService,
+                         u"StatusNotifierItemUnregistered"_s, this,
+                         SLOT(itemUnregistered(QString)));
     connect(&m_exporter, &DBusMenuExporter::menuClosed, this, &StatusNotifierItem::menuClosed);
 }
 
@@ -99,6 +102,36 @@ bool StatusNotifierItem::registerItem() {
     m_connection.registerService(m_serviceName);
     registerWithWatcher();
     return true;
+}
+
+void StatusNotifierItem::watcherStarted() {
+    m_registrationsAgain = 0;
+    registerWithWatcher();
+}
+
+void StatusNotifierItem::itemUnregistered(const QString& item) {
+    if (!isThisItem(item) || m_registrationsAgain > maxRegistrationsAgain)
+        return;
+    if (m_registrationsAgain++ == maxRegistrationsAgain) {
+        qWarning("The panel dropped the tray icon %d times; it is not offered again until the "
+                 "panel restarts.",
+                 maxRegistrationsAgain + 1);
+        return;
+    }
+    // Queued: the watcher is still busy with the item it dropped.
+    QMetaObject::invokeMethod(this, &StatusNotifierItem::registerWithWatcher, Qt::QueuedConnection);
+}
+
+bool StatusNotifierItem::isThisItem(const QString& item) const {
+    // A bus name, alone or followed by the object path ("name/path", GNOME's "name@path").
+    for (const QString& name : {m_serviceName, m_connection.baseService()}) {
+        if (item == name)
+            return true;
+        if (item.size() > name.size() && item.startsWith(name) &&
+            (item.at(name.size()) == u'/' || item.at(name.size()) == u'@'))
+            return true;
+    }
+    return false;
 }
 
 void StatusNotifierItem::registerWithWatcher() {

@@ -93,8 +93,20 @@ Q_SIGNALS:
     // The panel closed the menu it showed.
     void menuClosed();
 
+private Q_SLOTS:
+    void itemUnregistered(const QString& item);
+
 private:
+    // GNOME's AppIndicator extension drops an item it failed to set up (its own start-up of the
+    // item races with the item's name appearing), and its icon with it: the item registers
+    // again, this many times at most for one watcher, so that one that keeps dropping it is
+    // not called for ever.
+    static constexpr int maxRegistrationsAgain = 3;
+
+    void watcherStarted();
     void registerWithWatcher();
+    // Whether item, as a watcher names it, is this one.
+    bool isThisItem(const QString& item) const;
 
     QString m_id;
     QString m_title;
@@ -106,4 +118,5 @@ private:
     QDBusConnection m_connection;
     DBusMenuExporter m_exporter;
     QDBusServiceWatcher m_watcherWatcher;
+    int m_registrationsAgain = 0;
 };

@@ -552,14 +552,40 @@ std::optional<ScreenReader::Menu> ShellTest::openPanelMenuShowing(const QString&
     const auto icon = m_icon;
     if (!icon)
         return std::nullopt;
+    const qint64 logSize = shellLogSize();
     openPanelMenu(*icon);
     const auto menus = waitForSettledMenus([&](const QList<ScreenReader::Menu>& menus) {
         return !menus.isEmpty() && !menus.constFirst().entries.isEmpty() &&
                menus.constFirst().entries.constFirst().label == readAs(firstLabel);
     });
-    if (!menus)
+    if (!menus) {
+        explainUnopenedMenu(*icon, logSize);
         return std::nullopt;
+    }
     return menus->constFirst();
+}
+
+void ShellTest::explainUnopenedMenu(QRect clicked, qint64 logOffset) {
+    // What a failed opening leaves behind, where only the test's output is kept: the shot, where
+    // the icon is now, and what the shell said meanwhile.
+    const QString shot = screenshot(QStringLiteral("menu-not-open"));
+    const auto now = trayIcon();
+    const auto place = [](QRect rect) {
+        return QStringLiteral("%1,%2 %3x%4")
+            .arg(rect.x())
+            .arg(rect.y())
+            .arg(rect.width())
+            .arg(rect.height());
+    };
+    qWarning("clicked the icon at %s; it is now %s (%s)", qPrintable(place(clicked)),
+             now ? qPrintable(QStringLiteral("at ") + place(*now)) : "not found", qPrintable(shot));
+    if (!m_session->isWayland())
+        qWarning("menu windows on the screen: %lld of Quillmar, %lld of the panel",
+                 qlonglong(X11Screen::menuWindows({ownApplication}).size()),
+                 qlonglong(X11Screen::menuWindows(panelApplications()).size()));
+    const QStringList lines = shellLogSince(logOffset).split(u'\n', Qt::SkipEmptyParts);
+    for (const QString& line : lines.mid(std::max<qsizetype>(0, lines.size() - 20)))
+        qWarning("shell: %s", qPrintable(line));
 }
 
 QString ShellTest::readAs(const QString& label) const {
@@ -1557,8 +1583,10 @@ void ShellTest::itemAnswersEveryCallOfTheProtocol() {
             [](const QList<ScreenReader::Menu>& menus) {
                 return menuWith(menus, QStringLiteral("Quit Quillmar"));
             },
-            true))
+            true)) {
+        explainUnopenedMenu(*icon, logSize);
         failures.append(QStringLiteral("a middle click did not open Quillmar's own menu"));
+    }
     closeMenus(true);
     if (wheelScrollsItem()) {
         input().scroll(icon->center(), false);

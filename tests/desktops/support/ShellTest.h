@@ -191,6 +191,9 @@ private:
     std::optional<QList<ScreenReader::Menu>> shownEntry(const QString& label, bool own = false);
     // Opens the panel's menu; the menu once it shows firstLabel at its top.
     std::optional<ScreenReader::Menu> openPanelMenuShowing(const QString& firstLabel);
+    // Tells, in the test's output, what may have kept a click on the icon at clicked from
+    // opening a menu; logOffset is the shell's log size before the click.
+    void explainUnopenedMenu(QRect clicked, qint64 logOffset);
     QStringList readAs(QStringList labels) const;
     // Opens the submenu of the entry label of the open menus; the menus once one of them
     // shows expected.
