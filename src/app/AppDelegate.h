@@ -8,6 +8,7 @@
 #include "config/AppConfig.h"
 #include "config/Environment.h"
 #include "menu/MenuManager.h"
+#include "settings/SettingsWindowController.h"
 
 #include <QObject>
 
@@ -15,7 +16,7 @@
 #include <memory>
 
 // The application shell: the tray icon, the choice between the setup menu and the bookmark
-// menu, and the reaction to saved settings.
+// menu, the settings window, and the reaction to saved settings.
 class AppDelegate : public QObject {
     Q_OBJECT
 public:
@@ -32,6 +33,9 @@ public:
     // Opens the tray icon's menu as a click would: what the hot key and the desktop's "open
     // the menu" requests do. Nothing before the launch.
     void openMenu();
+    // Shows the one settings window, made on first use, and brings it to the front: what
+    // "Settings…" in either menu and the desktop's "settings" action do.
+    void openSettings();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
     // Follows the desktop's light or dark preference, read soon after launch.
@@ -41,6 +45,9 @@ public:
     // What reloads an outdated menu; none until the event loop has run after the launch.
     ConnectivityWatcher* connectivityWatcher() const { return m_connectivityWatcher.get(); }
     ResumeWatcher* resumeWatcher() const { return m_resumeWatcher.get(); }
+    // The controller of the one settings window, kept for the whole run; the window is made on
+    // the first openSettings().
+    SettingsWindowController* settingsWindow() { return &m_settingsWindow; }
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -49,7 +56,6 @@ private:
     void showSetupPrompt();
     void start(const AppConfig& config);
     void settingsChanged();
-    void openSettings();
     void chooseMenu(const AppConfig& config);
     void preferColourEmojiBeforeShown(QMenu* menu);
     void preferColourEmoji();
@@ -58,6 +64,7 @@ private:
 
     Environment m_environment;
     MenuManager::Timings m_timings;
+    SettingsWindowController m_settingsWindow;
     std::unique_ptr<ColorSchemeFollower> m_colorScheme;
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<MenuManager> m_menuManager;

@@ -1,7 +1,6 @@
 #include "app/Application.h"
 
 #include "app/wayland/XdgActivation.h"
-#include "settings/SettingsWindowController.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -49,5 +48,6 @@ void Application::showSettings(const QString& activationToken) {
     // The launcher's token gives the window the keyboard, as a panel's does.
     if (!activationToken.isEmpty())
         XdgActivation::setToken(activationToken);
-    SettingsWindowController::show();
+    if (m_delegate)
+        m_delegate->openSettings();
 }

@@ -63,7 +63,6 @@ class tst_AppDelegate : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void init();
-    void cleanup();
 
     void firstLaunchThenSaved();
     void damagedConfiguration();
@@ -76,12 +75,6 @@ private Q_SLOTS:
 
 void tst_AppDelegate::init() {
     QFile::remove(AppConfig::filePath());
-}
-
-void tst_AppDelegate::cleanup() {
-    // The settings window belongs to the process, not to a delegate: each test starts without it.
-    if (SettingsWindowController* settings = SettingsWindowController::shared())
-        settings->window()->hide();
 }
 
 void tst_AppDelegate::firstLaunchThenSaved() {
@@ -196,6 +189,11 @@ void tst_AppDelegate::setupMenuOpensSettings() {
     QCOMPARE(visibleWindows(), 0);
     MenuTree::item(delegate.statusItem()->menu(), u"Settings…"_s)->trigger();
     QTRY_COMPARE(visibleWindows(), 1);
+    // Asked again, the same window comes to the front.
+    const QPointer<SettingsView> window = delegate.settingsWindow()->window();
+    delegate.openSettings();
+    QCOMPARE(delegate.settingsWindow()->window(), window.data());
+    QCOMPARE(visibleWindows(), 1);
 }
 
 void tst_AppDelegate::bookmarkMenuOpensSettings() {

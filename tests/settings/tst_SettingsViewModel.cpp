@@ -107,7 +107,7 @@ private Q_SLOTS:
     void aTokenOfSpacesLoadsNothingButIsSavedAsTyped() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"   "_s);
         QSignalSpy loading(&model, &SettingsViewModel::isLoadingChanged);
         QCoro::Task<void> load = model.loadData();
@@ -131,7 +131,7 @@ private Q_SLOTS:
     void aTrailingLineBreakIsTrimmedForLoadingButSaved() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"abc\n"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(server.requestCount(), 2);
@@ -169,7 +169,7 @@ private Q_SLOTS:
     void aLoadFetchesBothListsAtOnce() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags, 1s);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"tok"_s);
         QStringList order;
         connect(&model, &SettingsViewModel::collectionsChanged, this,
@@ -195,7 +195,7 @@ private Q_SLOTS:
     void aFailedCollectionsFetchKeepsTheListsAndStopsTheTagsFetch() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"tok"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(model.tags(), someTags);
@@ -219,7 +219,7 @@ private Q_SLOTS:
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
         server.on("GET", u"/rest/v1/tags"_s, {401, "Unauthorized", {}, {}, {}});
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"expired"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(model.errorMessage(),
@@ -235,7 +235,7 @@ private Q_SLOTS:
         TestHttpServer server;
         server.on("GET", u"/rest/v1/collections"_s, {401, "Unauthorized", {}, {}, {}});
         server.on("GET", u"/rest/v1/tags"_s, {401, "Unauthorized", {}, {}, {}});
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"old"_s);
         QCoro::waitFor(model.loadData());
         QVERIFY(model.errorMessage());
@@ -252,9 +252,7 @@ private Q_SLOTS:
     }
 
     void aServiceThatIsDownIsReported() {
-        Environment environment;
-        environment.apiBase = u"http://127.0.0.1:%1/rest/v1"_s.arg(closedPort());
-        SettingsViewModel model(environment);
+        SettingsViewModel model(u"http://127.0.0.1:%1/rest/v1"_s.arg(closedPort()));
         model.setToken(u"tok"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(model.errorMessage(), std::optional(u"Could not load: Connection refused"_s));
@@ -266,7 +264,7 @@ private Q_SLOTS:
         server.setFallback([](const TestHttpServer::Request&) {
             return TestHttpServer::Response{401, "Unauthorized", {}, {}, {}};
         });
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u" ab cd "_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(server.requests().first().header("authorization"), QByteArray("Bearer ab cd"));
@@ -283,7 +281,7 @@ private Q_SLOTS:
                 return TestHttpServer::Response::json(collectionsBody({}));
             return TestHttpServer::Response{401, "Unauthorized", {}, {}, {}};
         });
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"ab\ncd"_s);
         QCoro::waitFor(model.loadData());
         QVERIFY(!model.isLoading());
@@ -298,7 +296,7 @@ private Q_SLOTS:
         server.on("GET", u"/rest/v1/collections"_s,
                   {200, {}, {}, {}, TestHttpServer::Fault::NeverAnswer});
         server.on("GET", u"/rest/v1/tags"_s, {200, {}, {}, {}, TestHttpServer::Fault::NeverAnswer});
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"tok"_s);
         const auto canceller = std::make_shared<RequestCanceller>();
         QCoro::Task<void> load = model.loadData(canceller);
@@ -314,7 +312,7 @@ private Q_SLOTS:
     void aModelDeletedDuringALoadIsLeftAlone() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags, 200ms);
-        auto* model = new SettingsViewModel(environmentFor(server));
+        auto* model = new SettingsViewModel(environmentFor(server).apiBase);
         model->setToken(u"tok"_s);
         QCoro::Task<void> load = model->loadData();
         QVERIFY(server.waitForRequests(2));
