@@ -12,10 +12,10 @@
 #include <QPointer>
 #include <QTimer>
 
-AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, QObject* parent)
+AppDelegate::AppDelegate(AppEnvironment environment, QObject* parent)
     : QObject(parent)
-    , m_environment(std::move(environment))
-    , m_timings(std::move(timings))
+    , m_environment(std::move(environment.environment))
+    , m_timings(std::move(environment.timings))
     // The settings window talks to the same service as the menu.
     , m_settingsWindow(m_environment.apiBase, m_environment.webApp) {}
 

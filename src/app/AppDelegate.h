@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/AppEnvironment.h"
 #include "app/desktop/ColorSchemeFollower.h"
 #include "app/desktop/ConnectivityWatcher.h"
 #include "app/desktop/ResumeWatcher.h"
@@ -23,8 +24,9 @@ public:
     // The desktop's light or dark preference is asked this long after the launch.
     static constexpr std::chrono::milliseconds colourPreferenceDelay{1000};
 
-    explicit AppDelegate(Environment environment = {}, MenuManager::Timings timings = {},
-                         QObject* parent = nullptr);
+    // The menu and the settings window get their addresses, timings and clocks from
+    // environment.
+    explicit AppDelegate(AppEnvironment environment = {}, QObject* parent = nullptr);
     ~AppDelegate() override;
 
     // Called once the event loop is up.

@@ -7,11 +7,9 @@
 
 #include <utility>
 
-Application::Application(Environment environment, QDBusConnection bus, MenuManager::Timings timings,
-                         QObject* parent)
+Application::Application(AppEnvironment environment, QDBusConnection bus, QObject* parent)
     : QObject(parent)
     , m_environment(std::move(environment))
-    , m_timings(std::move(timings))
     , m_instance(std::move(bus))
     , m_desktopAdaptor(new DesktopApplicationAdaptor(&m_instance, m_instance.connection())) {
     QApplication::setApplicationName(QStringLiteral("Quillmar"));
@@ -29,7 +27,7 @@ bool Application::start() {
         m_instance.showMenuInRunningInstance();
         return false;
     }
-    m_delegate = std::make_unique<AppDelegate>(m_environment, m_timings);
+    m_delegate = std::make_unique<AppDelegate>(m_environment);
     m_instance.setAction([this] { showMenu(); });
     m_desktopAdaptor->setMenuAction([this] { showMenu(); });
     m_desktopAdaptor->setSettingsAction(

@@ -255,7 +255,7 @@ void tst_x11_EndToEnd::initTestCase() {
     environment.webApp = Environment().webApp;
     environment.updateManifest =
         m_manifest.baseUrl() + QStringLiteral("/apps/quillmar/latest.json");
-    m_app = std::make_unique<AppDelegate>(environment);
+    m_app = std::make_unique<AppDelegate>(AppEnvironment{environment, {}});
     QTimer::singleShot(0, m_app.get(), &AppDelegate::applicationDidFinishLaunching);
     QTRY_VERIFY(m_app->statusItem());
 }
