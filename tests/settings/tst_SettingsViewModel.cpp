@@ -1,6 +1,7 @@
 #include "SettingsFixtures.h"
 #include "TestHttpServer.h"
 #include "config/AppConfig.h"
+#include "config/Environment.h"
 #include "config/SettingsNotifier.h"
 #include "service/RaindropAPI.h"
 #include "settings/SettingsViewModel.h"
@@ -40,7 +41,7 @@ private Q_SLOTS:
     void cleanup() { removeConfig(); }
 
     void everyPropertyAnnouncesItsChanges() {
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         const QMetaObject* meta = model.metaObject();
         const QStringList names{
             u"token"_s,      u"collections"_s,      u"tags"_s,      u"pinnedCollectionIds"_s,
@@ -68,7 +69,7 @@ private Q_SLOTS:
     void creationReadsTheConfiguration() {
         writeConfig(R"({"token": "abc", "pinned_collections": [3, 1], "pinned_tags": ["b", "a"],
             "open_menu_shortcut": {"keyCode": 40, "modifierFlags": 131072, "displayKey": "K"}})");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         QCOMPARE(model.token(), u"abc"_s);
         QCOMPARE(model.pinnedCollectionIds(), (QSet<qint64>{1, 3}));
         QCOMPARE(model.pinnedTags(), (QSet<QString>{u"a"_s, u"b"_s}));
@@ -81,7 +82,7 @@ private Q_SLOTS:
 
     void aMissingShortcutBecomesTheDefaultAndIsSaved() {
         writeConfig(R"({"token": "abc"})");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         QCOMPARE(model.openMenuShortcut(), (ShortcutConfig{15, 0x180000, u"R"_s}));
         model.save();
         AppConfig expected;
@@ -92,7 +93,7 @@ private Q_SLOTS:
 
     void aDamagedFileGivesTheEmptyModelAndIsReplacedOnSave() {
         writeConfig("{not json");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         QCOMPARE(model.token(), QString());
         QVERIFY(model.pinnedCollectionIds().isEmpty());
         QCOMPARE(model.openMenuShortcut(), ShortcutConfig::defaultShortcut());
@@ -150,7 +151,7 @@ private Q_SLOTS:
         const QByteArray file =
             R"({"token": "t", "pinned_collections": [5], "pinned_tags": ["Read"]})";
         writeConfig(file);
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.toggleCollection(7);
         QCOMPARE(model.pinnedCollectionIds(), (QSet<qint64>{5, 7}));
         model.toggleCollection(7);
@@ -323,7 +324,7 @@ private Q_SLOTS:
     void saveReplacesAllFourFields() {
         writeConfig(R"({"token": "old", "pinned_collections": [1], "pinned_tags": ["x"],
             "open_menu_shortcut": {"keyCode": 40, "modifierFlags": 1048576, "displayKey": "K"}})");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.setToken(u"new"_s);
         model.toggleCollection(1);
         model.toggleCollection(30);
@@ -342,7 +343,7 @@ private Q_SLOTS:
     }
 
     void saveAnnouncesTheChange() {
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.setToken(u"t"_s);
         QSignalSpy changed(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged);
         bool writtenFirst = false;
@@ -358,7 +359,7 @@ private Q_SLOTS:
     void aFailedWriteStillAnnouncesTheChange() {
         // A folder where the file should be: the write fails.
         QVERIFY(QDir().mkpath(AppConfig::filePath()));
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.setToken(u"t"_s);
         QSignalSpy changed(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged);
         model.save();
