@@ -231,7 +231,7 @@ QCoro::Task<> criticalPath(QString apiBase) {
 int start(int argc, char* argv[]) {
     // As main.cpp, with the service's address.
     QApplication app(argc, argv);
-    Application quillmar(environmentFor(QString::fromLocal8Bit(argv[2])));
+    Application quillmar({environmentFor(QString::fromLocal8Bit(argv[2])), {}});
     if (!quillmar.start()) {
         std::puts("error another Quillmar runs");
         return 1;
@@ -262,8 +262,7 @@ int reload(int argc, char* argv[]) {
     timings.bootClock = [] {
         return BootClock::now() + std::chrono::seconds(sleptSeconds.load());
     };
-    Application quillmar(environmentFor(QString::fromLocal8Bit(argv[2])),
-                         QDBusConnection::sessionBus(), timings);
+    Application quillmar({environmentFor(QString::fromLocal8Bit(argv[2])), timings});
     if (!quillmar.start()) {
         std::puts("error another Quillmar runs");
         return 1;

@@ -2,7 +2,6 @@
 
 #include "config/SettingsNotifier.h"
 #include "service/HttpSession.h"
-#include "settings/SettingsWindowController.h"
 
 #include <QApplication>
 #include <QEvent>
@@ -13,18 +12,18 @@
 #include <QPointer>
 #include <QTimer>
 
-AppDelegate::AppDelegate(Environment environment, MenuManager::Timings timings, QObject* parent)
+AppDelegate::AppDelegate(AppEnvironment environment, QObject* parent)
     : QObject(parent)
-    , m_environment(std::move(environment))
-    , m_timings(std::move(timings)) {}
+    , m_environment(std::move(environment.environment))
+    , m_timings(std::move(environment.timings))
+    // The settings window talks to the same service as the menu.
+    , m_settingsWindow(m_environment.apiBase, m_environment.webApp) {}
 
 AppDelegate::~AppDelegate() {
     HttpSession::keepConnectionsWhile({});
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
-    // The settings window talks to the same service as the menu.
-    SettingsWindowController::setEnvironment(m_environment);
     m_colorScheme = std::make_unique<ColorSchemeFollower>();
     m_statusItem = std::make_unique<StatusItem>();
     // The next submenu a person opens reuses the connection; an idle program keeps none.
@@ -152,5 +151,5 @@ void AppDelegate::settingsChanged() {
 }
 
 void AppDelegate::openSettings() {
-    SettingsWindowController::show();
+    m_settingsWindow.show();
 }

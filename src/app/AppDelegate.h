@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/AppEnvironment.h"
 #include "app/desktop/ColorSchemeFollower.h"
 #include "app/desktop/ConnectivityWatcher.h"
 #include "app/desktop/ResumeWatcher.h"
@@ -8,6 +9,7 @@
 #include "config/AppConfig.h"
 #include "config/Environment.h"
 #include "menu/MenuManager.h"
+#include "settings/SettingsWindowController.h"
 
 #include <QObject>
 
@@ -15,15 +17,16 @@
 #include <memory>
 
 // The application shell: the tray icon, the choice between the setup menu and the bookmark
-// menu, and the reaction to saved settings.
+// menu, the settings window, and the reaction to saved settings.
 class AppDelegate : public QObject {
     Q_OBJECT
 public:
     // The desktop's light or dark preference is asked this long after the launch.
     static constexpr std::chrono::milliseconds colourPreferenceDelay{1000};
 
-    explicit AppDelegate(Environment environment = {}, MenuManager::Timings timings = {},
-                         QObject* parent = nullptr);
+    // The menu and the settings window get their addresses, timings and clocks from
+    // environment.
+    explicit AppDelegate(AppEnvironment environment = {}, QObject* parent = nullptr);
     ~AppDelegate() override;
 
     // Called once the event loop is up.
@@ -32,6 +35,9 @@ public:
     // Opens the tray icon's menu as a click would: what the hot key and the desktop's "open
     // the menu" requests do. Nothing before the launch.
     void openMenu();
+    // Shows the one settings window, made on first use, and brings it to the front: what
+    // "Settings…" in either menu and the desktop's "settings" action do.
+    void openSettings();
 
     StatusItem* statusItem() const { return m_statusItem.get(); }
     // Follows the desktop's light or dark preference, read soon after launch.
@@ -41,6 +47,9 @@ public:
     // What reloads an outdated menu; none until the event loop has run after the launch.
     ConnectivityWatcher* connectivityWatcher() const { return m_connectivityWatcher.get(); }
     ResumeWatcher* resumeWatcher() const { return m_resumeWatcher.get(); }
+    // The controller of the one settings window, kept for the whole run; the window is made on
+    // the first openSettings().
+    SettingsWindowController* settingsWindow() { return &m_settingsWindow; }
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -49,7 +58,6 @@ private:
     void showSetupPrompt();
     void start(const AppConfig& config);
     void settingsChanged();
-    void openSettings();
     void chooseMenu(const AppConfig& config);
     void preferColourEmojiBeforeShown(QMenu* menu);
     void preferColourEmoji();
@@ -58,6 +66,7 @@ private:
 
     Environment m_environment;
     MenuManager::Timings m_timings;
+    SettingsWindowController m_settingsWindow;
     std::unique_ptr<ColorSchemeFollower> m_colorScheme;
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<MenuManager> m_menuManager;

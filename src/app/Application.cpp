@@ -1,18 +1,15 @@
 #include "app/Application.h"
 
 #include "app/wayland/XdgActivation.h"
-#include "settings/SettingsWindowController.h"
 
 #include <QApplication>
 #include <QTimer>
 
 #include <utility>
 
-Application::Application(Environment environment, QDBusConnection bus, MenuManager::Timings timings,
-                         QObject* parent)
+Application::Application(AppEnvironment environment, QDBusConnection bus, QObject* parent)
     : QObject(parent)
     , m_environment(std::move(environment))
-    , m_timings(std::move(timings))
     , m_instance(std::move(bus))
     , m_desktopAdaptor(new DesktopApplicationAdaptor(&m_instance, m_instance.connection())) {
     QApplication::setApplicationName(QStringLiteral("Quillmar"));
@@ -30,7 +27,7 @@ bool Application::start() {
         m_instance.showMenuInRunningInstance();
         return false;
     }
-    m_delegate = std::make_unique<AppDelegate>(m_environment, m_timings);
+    m_delegate = std::make_unique<AppDelegate>(m_environment);
     m_instance.setAction([this] { showMenu(); });
     m_desktopAdaptor->setMenuAction([this] { showMenu(); });
     m_desktopAdaptor->setSettingsAction(
@@ -49,5 +46,6 @@ void Application::showSettings(const QString& activationToken) {
     // The launcher's token gives the window the keyboard, as a panel's does.
     if (!activationToken.isEmpty())
         XdgActivation::setToken(activationToken);
-    SettingsWindowController::show();
+    if (m_delegate)
+        m_delegate->openSettings();
 }

@@ -1,33 +1,28 @@
 #pragma once
 
 #include "app/AppDelegate.h"
+#include "app/AppEnvironment.h"
 #include "app/desktop/DesktopApplicationAdaptor.h"
 #include "app/desktop/SingleInstance.h"
-#include "config/Environment.h"
-#include "menu/MenuManager.h"
 
 #include <QDBusConnection>
 #include <QObject>
 
 #include <memory>
-#include <utility>
 
 // One run of Quillmar, everything main() does: the names the desktop knows it by, the one
 // instance per session with its D-Bus methods (ShowMenu and org.freedesktop.Application) and
-// the delegate. The shipped program runs it with the default Environment; tests and benchmarks
-// with their servers' addresses.
+// the delegate. The shipped program runs it with the default AppEnvironment; tests and
+// benchmarks with their servers' addresses and their own timings.
 class Application : public QObject {
     Q_OBJECT
 public:
-    // Needs the QApplication; sets its names and keeps it running without windows. Benchmarks
-    // give the menu's timings (its clock).
-    explicit Application(Environment environment = {},
+    // Needs the QApplication; sets its names and keeps it running without windows. The
+    // delegate gets environment when start() makes it.
+    explicit Application(AppEnvironment environment = {},
                          QDBusConnection bus = QDBusConnection::sessionBus(),
-                         MenuManager::Timings timings = {}, QObject* parent = nullptr);
+                         QObject* parent = nullptr);
     ~Application() override;
-
-    // The menu's timers; before start(). Tests shorten them.
-    void setTimings(MenuManager::Timings timings) { m_timings = std::move(timings); }
 
     // Claims the session's one instance and launches once the event loop runs. False when
     // another Quillmar already runs: that one has been asked to open its menu, and this process
@@ -45,8 +40,7 @@ public:
     void showSettings(const QString& activationToken);
 
 private:
-    Environment m_environment;
-    MenuManager::Timings m_timings;
+    AppEnvironment m_environment;
     SingleInstance m_instance;
     // Made on the instance's object, which owns it.
     DesktopApplicationAdaptor* m_desktopAdaptor;

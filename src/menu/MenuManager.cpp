@@ -16,8 +16,9 @@ MenuManager::MenuManager(StatusItem* statusItem, AppConfig config, Environment e
     , m_environment(std::move(environment))
     , m_timings(std::move(timings))
     , m_api(RaindropAPI::create(m_config.token, m_environment.apiBase, m_timings.requestTimeout))
-    , m_updateChecker(m_environment, {.firstCheckDelay = m_timings.updateCheckDelay,
-                                      .checkInterval = m_timings.updateCheckInterval})
+    , m_updateChecker(m_environment.updateManifest, m_environment.version,
+                      {.firstCheckDelay = m_timings.updateCheckDelay,
+                       .checkInterval = m_timings.updateCheckInterval})
     , m_bookmarks(m_api, m_environment.webApp, &m_submenuPlacement)
     , m_layout(
           m_api,

@@ -17,7 +17,7 @@
 
 using namespace Qt::StringLiterals;
 
-GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment, QWidget* parent)
+GeneralTab::GeneralTab(SettingsViewModel* model, const QString& webApp, QWidget* parent)
     : QWidget(parent)
     , m_model(model) {
     auto* layout = new QVBoxLayout(this);
@@ -43,8 +43,8 @@ GeneralTab::GeneralTab(SettingsViewModel* model, const Environment& environment,
     tokenRow->addWidget(m_loadButton);
     tokenSection->addLayout(tokenRow);
 
-    const QString host = QUrl(environment.webApp).host();
-    const QString target = environment.webApp + u"/settings/integrations"_s;
+    const QString host = QUrl(webApp).host();
+    const QString target = webApp + u"/settings/integrations"_s;
     m_link = new LinkLabel(target, u"Get your API token at "_s + host + u" → Integrations"_s, this);
     m_link->setObjectName(u"tokenLink"_s);
     m_link->setFont(SettingsStyle::captionFont(m_link->font()));

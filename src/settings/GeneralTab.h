@@ -1,7 +1,5 @@
 #pragma once
 
-#include "config/Environment.h"
-
 #include <QList>
 #include <QPair>
 #include <QString>
@@ -22,7 +20,8 @@ public:
     // Only the most used tags are offered; the service sends them first.
     static constexpr int maximumTagRows = 50;
 
-    GeneralTab(SettingsViewModel* model, const Environment& environment, QWidget* parent = nullptr);
+    // The link to get a token leads into the web application at webApp.
+    GeneralTab(SettingsViewModel* model, const QString& webApp, QWidget* parent = nullptr);
 
 protected:
     void changeEvent(QEvent* event) override;

@@ -16,9 +16,9 @@
 
 using namespace Qt::StringLiterals;
 
-SettingsView::SettingsView(const Environment& environment, QWidget* parent)
+SettingsView::SettingsView(const QString& apiBase, const QString& webApp, QWidget* parent)
     : QWidget(parent)
-    , m_vm(new SettingsViewModel(environment, this)) {
+    , m_vm(new SettingsViewModel(apiBase, this)) {
     setFixedSize(width, height);
 
     auto* layout = new QVBoxLayout(this);
@@ -28,7 +28,7 @@ SettingsView::SettingsView(const Environment& environment, QWidget* parent)
     m_tabs = new QTabWidget(this);
     m_tabs->setObjectName(u"settingsTabs"_s);
     m_tabs->setDocumentMode(true);
-    auto* general = new GeneralTab(m_vm, environment, m_tabs);
+    auto* general = new GeneralTab(m_vm, webApp, m_tabs);
     general->setObjectName(u"generalTab"_s);
     m_tabs->addTab(general, u"General"_s);
     auto* shortcuts = new ShortcutsTab(m_vm, m_tabs);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "config/Environment.h"
 #include "service/RequestCanceller.h"
 
+#include <QString>
 #include <QWidget>
 
 #include <memory>
@@ -19,7 +19,9 @@ public:
     static constexpr int width = 500;
     static constexpr int height = 460;
 
-    explicit SettingsView(const Environment& environment, QWidget* parent = nullptr);
+    // The model talks to the service at apiBase; the token link leads into the web application
+    // at webApp.
+    SettingsView(const QString& apiBase, const QString& webApp, QWidget* parent = nullptr);
 
     SettingsViewModel* vm() const { return m_vm; }
 

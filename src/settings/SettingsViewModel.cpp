@@ -11,9 +11,9 @@
 
 using namespace Qt::StringLiterals;
 
-SettingsViewModel::SettingsViewModel(Environment environment, QObject* parent)
+SettingsViewModel::SettingsViewModel(QString apiBase, QObject* parent)
     : QObject(parent)
-    , m_environment(std::move(environment)) {
+    , m_apiBase(std::move(apiBase)) {
     const AppConfig config = AppConfig::load();
     m_token = config.token;
     m_pinnedCollectionIds =
@@ -79,7 +79,7 @@ QCoro::Task<void> SettingsViewModel::loadData(std::shared_ptr<RequestCanceller> 
 
     // A fresh client per load: the typed token counts at once, without saving, and nothing is
     // shared with the menu's client.
-    const auto api = RaindropAPI::create(trimmed, m_environment.apiBase);
+    const auto api = RaindropAPI::create(trimmed, m_apiBase);
     // One canceller for both requests, so that the first failure, or the caller, stops the
     // request still running.
     const auto requests = std::make_shared<RequestCanceller>();

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "config/Environment.h"
 #include "config/ShortcutConfig.h"
 #include "service/Collection.h"
 #include "service/RequestCanceller.h"
@@ -32,8 +31,8 @@ class SettingsViewModel : public QObject {
     Q_PROPERTY(std::optional<QString> errorMessage READ errorMessage NOTIFY errorMessageChanged)
 
 public:
-    // Reads the configuration file; the service is reached at environment.apiBase.
-    explicit SettingsViewModel(Environment environment = {}, QObject* parent = nullptr);
+    // Reads the configuration file; the service is reached at apiBase.
+    explicit SettingsViewModel(QString apiBase, QObject* parent = nullptr);
 
     QString token() const { return m_token; }
     void setToken(const QString& token);
@@ -73,7 +72,7 @@ private:
     void setIsLoading(bool isLoading);
     void setErrorMessage(const std::optional<QString>& message);
 
-    Environment m_environment;
+    QString m_apiBase;
     QString m_token;
     QList<Collection> m_collections;
     QList<Tag> m_tags;

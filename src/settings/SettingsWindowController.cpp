@@ -13,17 +13,11 @@
 #include <QMenuBar>
 #include <QScreen>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Environment& configuredEnvironment() {
-    static Environment environment;
-    return environment;
-}
-
-// Never released: the window is hidden on close and shown again.
-SettingsWindowController* instance = nullptr;
 
 // Sends an editing command to the focused widget, as menu commands go to the first responder.
 void sendToFocusWidget(const char* slot) {
@@ -37,54 +31,56 @@ void sendToFocusWidget(const char* slot) {
 
 } // namespace
 
-void SettingsWindowController::setEnvironment(const Environment& environment) {
-    configuredEnvironment() = environment;
-}
+SettingsWindowController::SettingsWindowController(QString apiBase, QString webApp, QObject* parent)
+    : QObject(parent)
+    , m_apiBase(std::move(apiBase))
+    , m_webApp(std::move(webApp)) {}
 
-SettingsWindowController* SettingsWindowController::shared() {
-    return instance;
+SettingsWindowController::~SettingsWindowController() {
+    // The main menu has no parent; the window goes after it, without telling this controller.
+    delete m_mainMenu.data();
+    if (m_window)
+        m_window->removeEventFilter(this);
 }
 
 QMenuBar* SettingsWindowController::mainMenu() const {
     return m_mainMenu;
 }
 
-SettingsWindowController::SettingsWindowController(SettingsView* window)
-    : QObject(window)
-    , m_window(window) {
-    m_window->installEventFilter(this);
-}
-
 void SettingsWindowController::show() {
-    if (!instance) {
-        auto* view = new SettingsView(configuredEnvironment());
-        view->setObjectName(u"settingsWindow"_s);
-        view->setWindowTitle(u"Quillmar Settings"_s);
-        // Titled and closable only: no minimise or maximise button; the size is fixed.
-        view->setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
-                             Qt::WindowCloseButtonHint);
-        // Closing hides the window; its views and model stay for the next show.
-        view->setAttribute(Qt::WA_DeleteOnClose, false);
-        view->setWindowIcon(StatusItem::dropIcon());
-        QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
-        if (!screen)
-            screen = QGuiApplication::primaryScreen();
-        if (screen) {
-            // The content is centred, as the platform centres windows; placing the frame there
-            // instead would put the content half a title bar low.
-            QRect content(QPoint(), QSize(SettingsView::width, SettingsView::height));
-            content.moveCenter(screen->availableGeometry().center());
-            view->setGeometry(content);
-        }
-        instance = new SettingsWindowController(view);
-    }
-    instance->installEditMenu();
-    instance->m_window->show();
-    instance->m_window->raise();
-    instance->m_window->activateWindow();
+    if (!m_window)
+        createWindow();
+    installEditMenu();
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
     // On Wayland the compositor gives the keyboard to a window that brings the token of the
     // click that asked for it (the panel's or the launcher's).
-    XdgActivation::activateWhenShown(instance->m_window->windowHandle());
+    XdgActivation::activateWhenShown(m_window->windowHandle());
+}
+
+void SettingsWindowController::createWindow() {
+    auto view = std::make_unique<SettingsView>(m_apiBase, m_webApp);
+    view->setObjectName(u"settingsWindow"_s);
+    view->setWindowTitle(u"Quillmar Settings"_s);
+    // Titled and closable only: no minimise or maximise button; the size is fixed.
+    view->setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                         Qt::WindowCloseButtonHint);
+    // Closing hides the window; its views and model stay for the next show.
+    view->setAttribute(Qt::WA_DeleteOnClose, false);
+    view->setWindowIcon(StatusItem::dropIcon());
+    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (screen) {
+        // The content is centred, as the platform centres windows; placing the frame there
+        // instead would put the content half a title bar low.
+        QRect content(QPoint(), QSize(SettingsView::width, SettingsView::height));
+        content.moveCenter(screen->availableGeometry().center());
+        view->setGeometry(content);
+    }
+    view->installEventFilter(this);
+    m_window = std::move(view);
 }
 
 void SettingsWindowController::installEditMenu() {
@@ -134,7 +130,7 @@ void SettingsWindowController::removeMainMenu() {
 
 bool SettingsWindowController::eventFilter(QObject* watched, QEvent* event) {
     // Closing leaves the application without a main menu; unsaved edits stay in the model.
-    if (watched == m_window && event->type() == QEvent::Close)
+    if (watched == m_window.get() && event->type() == QEvent::Close)
         removeMainMenu();
     return false;
 }

@@ -1,30 +1,32 @@
 #pragma once
 
-#include "config/Environment.h"
-
 #include <QObject>
 #include <QPointer>
+#include <QString>
+
+#include <memory>
 
 class QAction;
 class QMenuBar;
 class SettingsView;
 
-// The one settings window of the process. It is made on the first show and then only hidden
-// and shown again, so the same view and model, with any unsaved edits, come back each time.
-// While it is open the application has a main menu with "Quit Quillmar" and "Edit".
+// The settings window. It is made on the first show and then only hidden and shown again, so
+// the same view and model, with any unsaved edits, come back each time; it goes with its
+// controller. While it is open the application has a main menu with "Quit Quillmar" and "Edit".
 class SettingsWindowController : public QObject {
     Q_OBJECT
 public:
-    // The addresses the window's model talks to; call before the first show. Without a call the
-    // shipped addresses are used.
-    static void setEnvironment(const Environment& environment);
+    // The window's model talks to the service at apiBase; its token link leads into the web
+    // application at webApp.
+    SettingsWindowController(QString apiBase, QString webApp, QObject* parent = nullptr);
+    ~SettingsWindowController() override;
+
     // Creates the window on first use, installs the main menu, shows the window and brings it to
     // the front. Calling it while the window is open only brings it to the front.
-    static void show();
-    // The controller once show() has made it, otherwise null.
-    static SettingsWindowController* shared();
+    void show();
 
-    SettingsView* window() const { return m_window; }
+    // The window once show() has made it, otherwise null.
+    SettingsView* window() const { return m_window.get(); }
     // The application's main menu while the window is open, otherwise null.
     QMenuBar* mainMenu() const;
 
@@ -32,12 +34,13 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    explicit SettingsWindowController(SettingsView* window);
-
+    void createWindow();
     void installEditMenu();
     void removeMainMenu();
 
-    SettingsView* m_window;
+    QString m_apiBase;
+    QString m_webApp;
+    std::unique_ptr<SettingsView> m_window;
     QPointer<QMenuBar> m_mainMenu;
     QPointer<QAction> m_quitAction;
 };

@@ -38,13 +38,15 @@ void recordNotifiedVersion(const QString& version) {
 
 } // namespace
 
-UpdateChecker::UpdateChecker(const Environment& environment, QObject* parent)
-    : UpdateChecker(environment, Timings(), parent) {}
+UpdateChecker::UpdateChecker(const QString& manifestUrl, const QString& currentVersion,
+                             QObject* parent)
+    : UpdateChecker(manifestUrl, currentVersion, Timings(), parent) {}
 
-UpdateChecker::UpdateChecker(const Environment& environment, Timings timings, QObject* parent)
+UpdateChecker::UpdateChecker(const QString& manifestUrl, const QString& currentVersion,
+                             Timings timings, QObject* parent)
     : QObject(parent)
-    , m_manifestUrl(environment.updateManifest, QUrl::StrictMode)
-    , m_currentVersion(environment.version.isEmpty() ? u"0.0.0"_s : environment.version)
+    , m_manifestUrl(manifestUrl, QUrl::StrictMode)
+    , m_currentVersion(currentVersion.isEmpty() ? u"0.0.0"_s : currentVersion)
     , m_timings(timings) {}
 
 QString UpdateChecker::settingsFilePath() {

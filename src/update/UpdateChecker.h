@@ -1,6 +1,5 @@
 #pragma once
 
-#include "config/Environment.h"
 #include "update/UpdateManifest.h"
 
 #include <QCoroTask>
@@ -32,8 +31,12 @@ public:
     // A manifest is a few lines; a larger answer is not one and fails the fetch.
     static constexpr qint64 maximumManifestSize = 1024 * 1024;
 
-    explicit UpdateChecker(const Environment& environment, QObject* parent = nullptr);
-    UpdateChecker(const Environment& environment, Timings timings, QObject* parent = nullptr);
+    // Reads the manifest at manifestUrl and compares its version with currentVersion (empty
+    // when the build carries none).
+    UpdateChecker(const QString& manifestUrl, const QString& currentVersion,
+                  QObject* parent = nullptr);
+    UpdateChecker(const QString& manifestUrl, const QString& currentVersion, Timings timings,
+                  QObject* parent = nullptr);
 
     // The silent check after the first-check delay (that one-shot is never cancelled, not even
     // by a later scheduling), and a repeating check that replaces the previous one.

@@ -63,7 +63,6 @@ class tst_AppDelegate : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void init();
-    void cleanup();
 
     void firstLaunchThenSaved();
     void damagedConfiguration();
@@ -78,17 +77,11 @@ void tst_AppDelegate::init() {
     QFile::remove(AppConfig::filePath());
 }
 
-void tst_AppDelegate::cleanup() {
-    // The settings window belongs to the process, not to a delegate: each test starts without it.
-    if (SettingsWindowController* settings = SettingsWindowController::shared())
-        settings->window()->hide();
-}
-
 void tst_AppDelegate::firstLaunchThenSaved() {
     FakeRaindropService service;
     service.setItems(u"favourites"_s,
                      {FakeRaindropService::bookmark(1, u"Fav"_s, u"https://f/"_s)});
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QVERIFY(!QFileInfo::exists(AppConfig::filePath()));
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), setupMenu);
@@ -114,7 +107,7 @@ void tst_AppDelegate::damagedConfiguration() {
     file.write("{\"token\": ");
     file.close();
     FakeRaindropService service;
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), setupMenu);
     QVERIFY(!delegate.menuManager());
@@ -124,7 +117,7 @@ void tst_AppDelegate::whitespaceToken() {
     // Only an empty token means "not set up".
     save(u"  \t "_s);
     FakeRaindropService service;
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QVERIFY(delegate.menuManager());
     QCOMPARE(MenuTree::describe(delegate.statusItem()->menu()), placeholder);
@@ -138,7 +131,7 @@ void tst_AppDelegate::savingTwice() {
     FakeRaindropService service;
     service.setItems(u"collections"_s, {FakeRaindropService::collection(7, u"Seven"_s, 1)});
     save(u"token-a"_s);
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     const QPointer<MenuManager> first = delegate.menuManager();
     QVERIFY(first);
@@ -172,7 +165,7 @@ void tst_AppDelegate::savingTwice() {
 void tst_AppDelegate::clearingTheToken() {
     FakeRaindropService service;
     save(u"old-token"_s);
-    AppDelegate delegate(service.environment(), testTimings(600ms));
+    AppDelegate delegate({service.environment(), testTimings(600ms)});
     delegate.applicationDidFinishLaunching();
     const QPointer<MenuManager> manager = delegate.menuManager();
     QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());
@@ -191,17 +184,22 @@ void tst_AppDelegate::clearingTheToken() {
 
 void tst_AppDelegate::setupMenuOpensSettings() {
     FakeRaindropService service;
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QCOMPARE(visibleWindows(), 0);
     MenuTree::item(delegate.statusItem()->menu(), u"Settings…"_s)->trigger();
     QTRY_COMPARE(visibleWindows(), 1);
+    // Asked again, the same window comes to the front.
+    const QPointer<SettingsView> window = delegate.settingsWindow()->window();
+    delegate.openSettings();
+    QCOMPARE(delegate.settingsWindow()->window(), window.data());
+    QCOMPARE(visibleWindows(), 1);
 }
 
 void tst_AppDelegate::bookmarkMenuOpensSettings() {
     save(u"token"_s);
     FakeRaindropService service;
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());
     QVERIFY(menu);

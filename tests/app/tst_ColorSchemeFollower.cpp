@@ -5,6 +5,7 @@
 #include "PrivateSessionBus.h"
 #include "ScreenColours.h"
 #include "app/desktop/ColorSchemeFollower.h"
+#include "config/Environment.h"
 #include "settings/SettingsView.h"
 
 #include <QApplication>
@@ -64,7 +65,7 @@ private Q_SLOTS:
     void initTestCase() { QVERIFY(m_bus.start()); }
 
     void init() {
-        m_window = std::make_unique<SettingsView>(Environment());
+        m_window = std::make_unique<SettingsView>(Environment().apiBase, Environment().webApp);
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
         m_menu = std::make_unique<QMenu>();

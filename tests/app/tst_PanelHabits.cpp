@@ -143,7 +143,7 @@ void tst_PanelHabits::init() {
     environment.webApp = u"http://127.0.0.1:9"_s;
     environment.updateManifest = u"http://127.0.0.1:9/apps/quillmar/latest.json"_s;
     QTRY_VERIFY(m_watcher->items().isEmpty());
-    m_app = std::make_unique<AppDelegate>(environment);
+    m_app = std::make_unique<AppDelegate>(AppEnvironment{environment, {}});
     m_app->applicationDidFinishLaunching();
     QVERIFY(m_watcher->waitForItem());
     const auto item = m_watcher->items().constFirst();

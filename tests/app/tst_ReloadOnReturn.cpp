@@ -60,7 +60,7 @@ bool hasFailureLine(const QMenu* menu) {
 // A delegate started with the token, its watchers up and its first full menu attached.
 struct Running {
     Running(const FakeRaindropService& service, const TestClock& clock)
-        : delegate(environmentOf(service), testTimings(clock)) {
+        : delegate({environmentOf(service), testTimings(clock)}) {
         delegate.applicationDidFinishLaunching();
         menu = MenuTree::waitForFullMenu(*delegate.statusItem());
         QTRY_VERIFY(delegate.connectivityWatcher() && delegate.resumeWatcher());
@@ -301,7 +301,7 @@ void tst_ReloadOnReturn::setupMenuIsLeftAlone() {
     QFile::remove(AppConfig::filePath());
     FakeRaindropService service(token);
     TestClock clock;
-    AppDelegate delegate(environmentOf(service), testTimings(clock));
+    AppDelegate delegate({environmentOf(service), testTimings(clock)});
     delegate.applicationDidFinishLaunching();
     QTRY_VERIFY(delegate.connectivityWatcher() && delegate.resumeWatcher());
     QTRY_VERIFY(delegate.connectivityWatcher()->isAvailable());

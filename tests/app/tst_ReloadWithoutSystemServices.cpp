@@ -75,7 +75,7 @@ void tst_ReloadWithoutSystemServices::refreshedByTheTimerOnly() {
     };
 
     const QtMessageHandler previous = qInstallMessageHandler(collect);
-    AppDelegate delegate(environment, timings);
+    AppDelegate delegate({environment, timings});
     QElapsedTimer sinceStart;
     sinceStart.start();
     delegate.applicationDidFinishLaunching();

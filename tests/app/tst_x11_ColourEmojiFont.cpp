@@ -66,7 +66,7 @@ void tst_x11_ColourEmojiFont::chosenWhenTheMenuOpens() {
     FakeRaindropService service;
     service.setItems(u"favourites"_s, {FakeRaindropService::bookmark(1, u"❤️ A favourite"_s,
                                                                      u"https://f.example/"_s)});
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QMenu* menu = MenuTree::waitForFullMenu(*delegate.statusItem());
     QVERIFY(menu);
@@ -90,7 +90,7 @@ void tst_x11_ColourEmojiFont::chosenWhenTheMenuOpens() {
 
 void tst_x11_ColourEmojiFont::chosenWhenAWindowShows() {
     FakeRaindropService service;
-    AppDelegate delegate(service.environment(), testTimings());
+    AppDelegate delegate({service.environment(), testTimings()});
     delegate.applicationDidFinishLaunching();
     QVERIFY(MenuTree::waitForFullMenu(*delegate.statusItem()));
     QVERIFY(!QApplication::font().families().contains(emojiFamily));

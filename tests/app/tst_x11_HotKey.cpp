@@ -376,7 +376,7 @@ void tst_x11_HotKey::absentShortcutAndDestructionReleaseTheKey() {
 void tst_x11_HotKey::delegateUsesDefaultShortcutWhenNoneConfigured() {
     FakeRaindropService service;
     saveConfig(QStringLiteral("token"));
-    AppDelegate delegate(service.environment(), quietTimings());
+    AppDelegate delegate({service.environment(), quietTimings()});
     delegate.applicationDidFinishLaunching();
     QTRY_VERIFY(bookmarkMenuLoaded(delegate));
 
@@ -388,7 +388,7 @@ void tst_x11_HotKey::delegateUsesDefaultShortcutWhenNoneConfigured() {
 void tst_x11_HotKey::delegateUsesConfiguredShortcut() {
     FakeRaindropService service;
     saveConfig(QStringLiteral("token"), ctrlShiftK());
-    AppDelegate delegate(service.environment(), quietTimings());
+    AppDelegate delegate({service.environment(), quietTimings()});
     delegate.applicationDidFinishLaunching();
     QTRY_VERIFY(bookmarkMenuLoaded(delegate));
 
@@ -402,7 +402,7 @@ void tst_x11_HotKey::delegateUsesConfiguredShortcut() {
 void tst_x11_HotKey::clearingTheTokenKeepsTheHotKey() {
     FakeRaindropService service;
     saveConfig(QStringLiteral("token"));
-    AppDelegate delegate(service.environment(), quietTimings());
+    AppDelegate delegate({service.environment(), quietTimings()});
     delegate.applicationDidFinishLaunching();
     QTRY_VERIFY(bookmarkMenuLoaded(delegate));
 

@@ -100,7 +100,7 @@ void tst_x11_StatusNotifierItem::initTestCase() {
     environment.apiBase = m_service->apiBase();
     environment.webApp = QStringLiteral("http://127.0.0.1:9");
     environment.updateManifest = QStringLiteral("http://127.0.0.1:9/apps/quillmar/latest.json");
-    m_app = std::make_unique<AppDelegate>(environment);
+    m_app = std::make_unique<AppDelegate>(AppEnvironment{environment, {}});
     m_app->applicationDidFinishLaunching();
 
     QVERIFY(m_watcher->waitForItem());

@@ -40,8 +40,7 @@ int main(int argc, char* argv[]) {
     if (parser.isSet(refresh))
         timings.refreshInterval = std::chrono::seconds(parser.value(refresh).toInt());
 
-    Application quillmar(environment);
-    quillmar.setTimings(timings);
+    Application quillmar({environment, timings});
     if (!quillmar.start())
         return 0;
     return QApplication::exec();

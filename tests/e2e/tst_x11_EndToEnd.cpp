@@ -255,9 +255,7 @@ void tst_x11_EndToEnd::initTestCase() {
     environment.webApp = Environment().webApp;
     environment.updateManifest =
         m_manifest.baseUrl() + QStringLiteral("/apps/quillmar/latest.json");
-    // The settings window takes its addresses separately from the delegate.
-    SettingsWindowController::setEnvironment(environment);
-    m_app = std::make_unique<AppDelegate>(environment);
+    m_app = std::make_unique<AppDelegate>(AppEnvironment{environment, {}});
     QTimer::singleShot(0, m_app.get(), &AppDelegate::applicationDidFinishLaunching);
     QTRY_VERIFY(m_app->statusItem());
 }
@@ -361,8 +359,7 @@ bool tst_x11_EndToEnd::copyFromOutside(const QString& text) {
 }
 
 SettingsView* tst_x11_EndToEnd::settingsWindow() const {
-    SettingsWindowController* controller = SettingsWindowController::shared();
-    return controller ? controller->window() : nullptr;
+    return m_app->settingsWindow()->window();
 }
 
 void tst_x11_EndToEnd::firstRunShowsDropAndSetupMenu() {

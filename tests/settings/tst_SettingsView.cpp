@@ -75,13 +75,14 @@ class tst_SettingsView : public QObject {
     }
 
     void open(const Environment& environment) {
-        m_view = new SettingsView(environment);
+        m_view = new SettingsView(environment.apiBase, environment.webApp);
         m_view->show();
         QVERIFY(QTest::qWaitForWindowActive(m_view));
     }
     void open() { open(environmentFor(*m_server)); }
     void openWith(const QPalette& palette) {
-        m_view = new SettingsView(environmentFor(*m_server));
+        const Environment environment = environmentFor(*m_server);
+        m_view = new SettingsView(environment.apiBase, environment.webApp);
         m_view->setPalette(palette);
         m_view->show();
         QVERIFY(QTest::qWaitForWindowActive(m_view));

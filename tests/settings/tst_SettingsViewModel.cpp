@@ -1,6 +1,7 @@
 #include "SettingsFixtures.h"
 #include "TestHttpServer.h"
 #include "config/AppConfig.h"
+#include "config/Environment.h"
 #include "config/SettingsNotifier.h"
 #include "service/RaindropAPI.h"
 #include "settings/SettingsViewModel.h"
@@ -40,7 +41,7 @@ private Q_SLOTS:
     void cleanup() { removeConfig(); }
 
     void everyPropertyAnnouncesItsChanges() {
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         const QMetaObject* meta = model.metaObject();
         const QStringList names{
             u"token"_s,      u"collections"_s,      u"tags"_s,      u"pinnedCollectionIds"_s,
@@ -68,7 +69,7 @@ private Q_SLOTS:
     void creationReadsTheConfiguration() {
         writeConfig(R"({"token": "abc", "pinned_collections": [3, 1], "pinned_tags": ["b", "a"],
             "open_menu_shortcut": {"keyCode": 40, "modifierFlags": 131072, "displayKey": "K"}})");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         QCOMPARE(model.token(), u"abc"_s);
         QCOMPARE(model.pinnedCollectionIds(), (QSet<qint64>{1, 3}));
         QCOMPARE(model.pinnedTags(), (QSet<QString>{u"a"_s, u"b"_s}));
@@ -81,7 +82,7 @@ private Q_SLOTS:
 
     void aMissingShortcutBecomesTheDefaultAndIsSaved() {
         writeConfig(R"({"token": "abc"})");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         QCOMPARE(model.openMenuShortcut(), (ShortcutConfig{15, 0x180000, u"R"_s}));
         model.save();
         AppConfig expected;
@@ -92,7 +93,7 @@ private Q_SLOTS:
 
     void aDamagedFileGivesTheEmptyModelAndIsReplacedOnSave() {
         writeConfig("{not json");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         QCOMPARE(model.token(), QString());
         QVERIFY(model.pinnedCollectionIds().isEmpty());
         QCOMPARE(model.openMenuShortcut(), ShortcutConfig::defaultShortcut());
@@ -107,7 +108,7 @@ private Q_SLOTS:
     void aTokenOfSpacesLoadsNothingButIsSavedAsTyped() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"   "_s);
         QSignalSpy loading(&model, &SettingsViewModel::isLoadingChanged);
         QCoro::Task<void> load = model.loadData();
@@ -131,7 +132,7 @@ private Q_SLOTS:
     void aTrailingLineBreakIsTrimmedForLoadingButSaved() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"abc\n"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(server.requestCount(), 2);
@@ -150,7 +151,7 @@ private Q_SLOTS:
         const QByteArray file =
             R"({"token": "t", "pinned_collections": [5], "pinned_tags": ["Read"]})";
         writeConfig(file);
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.toggleCollection(7);
         QCOMPARE(model.pinnedCollectionIds(), (QSet<qint64>{5, 7}));
         model.toggleCollection(7);
@@ -169,7 +170,7 @@ private Q_SLOTS:
     void aLoadFetchesBothListsAtOnce() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags, 1s);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"tok"_s);
         QStringList order;
         connect(&model, &SettingsViewModel::collectionsChanged, this,
@@ -195,7 +196,7 @@ private Q_SLOTS:
     void aFailedCollectionsFetchKeepsTheListsAndStopsTheTagsFetch() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"tok"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(model.tags(), someTags);
@@ -219,7 +220,7 @@ private Q_SLOTS:
         TestHttpServer server;
         serveAccount(server, someCollections, someTags);
         server.on("GET", u"/rest/v1/tags"_s, {401, "Unauthorized", {}, {}, {}});
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"expired"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(model.errorMessage(),
@@ -235,7 +236,7 @@ private Q_SLOTS:
         TestHttpServer server;
         server.on("GET", u"/rest/v1/collections"_s, {401, "Unauthorized", {}, {}, {}});
         server.on("GET", u"/rest/v1/tags"_s, {401, "Unauthorized", {}, {}, {}});
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"old"_s);
         QCoro::waitFor(model.loadData());
         QVERIFY(model.errorMessage());
@@ -252,9 +253,7 @@ private Q_SLOTS:
     }
 
     void aServiceThatIsDownIsReported() {
-        Environment environment;
-        environment.apiBase = u"http://127.0.0.1:%1/rest/v1"_s.arg(closedPort());
-        SettingsViewModel model(environment);
+        SettingsViewModel model(u"http://127.0.0.1:%1/rest/v1"_s.arg(closedPort()));
         model.setToken(u"tok"_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(model.errorMessage(), std::optional(u"Could not load: Connection refused"_s));
@@ -266,7 +265,7 @@ private Q_SLOTS:
         server.setFallback([](const TestHttpServer::Request&) {
             return TestHttpServer::Response{401, "Unauthorized", {}, {}, {}};
         });
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u" ab cd "_s);
         QCoro::waitFor(model.loadData());
         QCOMPARE(server.requests().first().header("authorization"), QByteArray("Bearer ab cd"));
@@ -283,7 +282,7 @@ private Q_SLOTS:
                 return TestHttpServer::Response::json(collectionsBody({}));
             return TestHttpServer::Response{401, "Unauthorized", {}, {}, {}};
         });
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"ab\ncd"_s);
         QCoro::waitFor(model.loadData());
         QVERIFY(!model.isLoading());
@@ -298,7 +297,7 @@ private Q_SLOTS:
         server.on("GET", u"/rest/v1/collections"_s,
                   {200, {}, {}, {}, TestHttpServer::Fault::NeverAnswer});
         server.on("GET", u"/rest/v1/tags"_s, {200, {}, {}, {}, TestHttpServer::Fault::NeverAnswer});
-        SettingsViewModel model(environmentFor(server));
+        SettingsViewModel model(environmentFor(server).apiBase);
         model.setToken(u"tok"_s);
         const auto canceller = std::make_shared<RequestCanceller>();
         QCoro::Task<void> load = model.loadData(canceller);
@@ -314,7 +313,7 @@ private Q_SLOTS:
     void aModelDeletedDuringALoadIsLeftAlone() {
         TestHttpServer server;
         serveAccount(server, someCollections, someTags, 200ms);
-        auto* model = new SettingsViewModel(environmentFor(server));
+        auto* model = new SettingsViewModel(environmentFor(server).apiBase);
         model->setToken(u"tok"_s);
         QCoro::Task<void> load = model->loadData();
         QVERIFY(server.waitForRequests(2));
@@ -325,7 +324,7 @@ private Q_SLOTS:
     void saveReplacesAllFourFields() {
         writeConfig(R"({"token": "old", "pinned_collections": [1], "pinned_tags": ["x"],
             "open_menu_shortcut": {"keyCode": 40, "modifierFlags": 1048576, "displayKey": "K"}})");
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.setToken(u"new"_s);
         model.toggleCollection(1);
         model.toggleCollection(30);
@@ -344,7 +343,7 @@ private Q_SLOTS:
     }
 
     void saveAnnouncesTheChange() {
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.setToken(u"t"_s);
         QSignalSpy changed(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged);
         bool writtenFirst = false;
@@ -360,7 +359,7 @@ private Q_SLOTS:
     void aFailedWriteStillAnnouncesTheChange() {
         // A folder where the file should be: the write fails.
         QVERIFY(QDir().mkpath(AppConfig::filePath()));
-        SettingsViewModel model;
+        SettingsViewModel model(Environment().apiBase);
         model.setToken(u"t"_s);
         QSignalSpy changed(&SettingsNotifier::instance(), &SettingsNotifier::settingsChanged);
         model.save();

@@ -27,36 +27,38 @@
 using namespace Qt::StringLiterals;
 using namespace SettingsFixtures;
 
-// One window for the whole process: the functions below run in order and build on each other.
+// One controller, with its one window, for the whole test: the functions below run in order and
+// build on each other.
 class tst_SettingsWindowController : public QObject {
     Q_OBJECT
 
     std::unique_ptr<TestHttpServer> m_server;
+    std::unique_ptr<SettingsWindowController> m_controller;
     // A made-up token in the service's format, for the screenshots.
     const QString m_token = u"8d3f2c71-5b9e-4a06-9c4e-2f7d1b6a0e93"_s;
     const QByteArray m_file = R"({"token": "8d3f2c71-5b9e-4a06-9c4e-2f7d1b6a0e93",
         "pinned_collections": [3], "pinned_tags": ["news"]})";
 
-    static SettingsView* window() { return SettingsWindowController::shared()->window(); }
-    static QMenuBar* mainMenu() { return SettingsWindowController::shared()->mainMenu(); }
-    template <typename T> static T* find(const QString& name) {
+    SettingsView* window() const { return m_controller->window(); }
+    QMenuBar* mainMenu() const { return m_controller->mainMenu(); }
+    template <typename T> T* find(const QString& name) const {
         T* widget = window()->findChild<T*>(name);
         if (!widget)
             qFatal("no widget %s", qPrintable(name));
         return widget;
     }
-    static QLineEdit* tokenField() { return find<QLineEdit>(u"tokenField"_s); }
-    static QTabWidget* tabs() { return find<QTabWidget>(u"settingsTabs"_s); }
-    static RecorderControl* recorder() { return find<RecorderControl>(u"shortcutRecorder"_s); }
-    static QList<PinRow*> collectionRows() { return find<PinList>(u"collectionsList"_s)->rows(); }
-    static PinRow* collectionRow(const QString& label) {
+    QLineEdit* tokenField() const { return find<QLineEdit>(u"tokenField"_s); }
+    QTabWidget* tabs() const { return find<QTabWidget>(u"settingsTabs"_s); }
+    RecorderControl* recorder() const { return find<RecorderControl>(u"shortcutRecorder"_s); }
+    QList<PinRow*> collectionRows() const { return find<PinList>(u"collectionsList"_s)->rows(); }
+    PinRow* collectionRow(const QString& label) const {
         for (PinRow* row : collectionRows())
             if (row->label() == label)
                 return row;
         qFatal("no row %s", qPrintable(label));
     }
-    static QAction* quitAction() { return mainMenu()->findChild<QAction*>(u"quitAction"_s); }
-    static QAction* editCommand(const QString& title) {
+    QAction* quitAction() const { return mainMenu()->findChild<QAction*>(u"quitAction"_s); }
+    QAction* editCommand(const QString& title) const {
         for (QAction* action : mainMenu()->findChild<QMenu*>(u"editMenu"_s)->actions())
             if (action->text() == title)
                 return action;
@@ -92,9 +94,8 @@ private Q_SLOTS:
         writeConfig(m_file);
         // The service on the test server; the link shows the real web application, which the
         // tests never open.
-        Environment environment = environmentFor(*m_server);
-        environment.webApp = Environment().webApp;
-        SettingsWindowController::setEnvironment(environment);
+        m_controller = std::make_unique<SettingsWindowController>(environmentFor(*m_server).apiBase,
+                                                                  Environment().webApp);
     }
 
     void cleanupTestCase() {
@@ -103,13 +104,13 @@ private Q_SLOTS:
     }
 
     void thereIsNoWindowBeforeTheFirstShow() {
-        QCOMPARE(SettingsWindowController::shared(), nullptr);
+        QCOMPARE(window(), nullptr);
         QCOMPARE(settingsWindows(), 0);
     }
 
     void showMakesOneCentredWindowInFront() {
-        SettingsWindowController::show();
-        QVERIFY(SettingsWindowController::shared());
+        m_controller->show();
+        QVERIFY(window());
         QVERIFY(QTest::qWaitForWindowActive(window()));
         QCOMPARE(settingsWindows(), 1);
         QCOMPARE(window()->windowTitle(), u"Quillmar Settings"_s);
@@ -137,7 +138,7 @@ private Q_SLOTS:
     void showingAgainReusesTheWindowAndRenewsTheMenu() {
         SettingsView* first = window();
         const QPointer<QMenuBar> firstMenu = mainMenu();
-        SettingsWindowController::show();
+        m_controller->show();
         QCOMPARE(window(), first);
         QCOMPARE(settingsWindows(), 1);
         QVERIFY(mainMenu());
@@ -221,7 +222,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!menu);
         QCOMPARE(readConfig(), m_file);
 
-        SettingsWindowController::show();
+        m_controller->show();
         QVERIFY(QTest::qWaitForWindowActive(window()));
         QCOMPARE(window(), view.data());
         QCOMPARE(tokenField()->text(), m_token + u"-unsaved"_s);
@@ -261,7 +262,7 @@ private Q_SLOTS:
         expected.openMenuShortcut = ShortcutConfig{40, 0x120000, u"K"_s};
         QCOMPARE(readConfig(), expected.encode());
 
-        SettingsWindowController::show();
+        m_controller->show();
         QVERIFY(QTest::qWaitForWindowActive(window()));
         QCOMPARE(tokenField()->text(), m_token);
         QCOMPARE(recorder()->findChild<QLabel*>(u"recorderLabel"_s)->text(), u"Ctrl+Shift+K"_s);
@@ -269,6 +270,18 @@ private Q_SLOTS:
         QVERIFY(collectionRow(u"Reading list"_s)->isPinned());
         QVERIFY(collectionRow(u"Work"_s)->isPinned());
         QVERIFY(!collectionRow(u"Inbox"_s)->isPinned());
+    }
+
+    void theWindowAndItsMenuGoWithTheController() {
+        m_controller->show();
+        QVERIFY(QTest::qWaitForWindowActive(window()));
+        const QPointer<SettingsView> view = window();
+        const QPointer<QMenuBar> menu = mainMenu();
+        QVERIFY(menu);
+        m_controller.reset();
+        QVERIFY(!view);
+        QVERIFY(!menu);
+        QCOMPARE(settingsWindows(), 0);
     }
 };
 

@@ -28,7 +28,7 @@ private Q_SLOTS:
     void init() {
         removeConfig();
         writeConfig(R"({"token": "t"})");
-        m_model = new SettingsViewModel();
+        m_model = new SettingsViewModel(Environment().apiBase);
         m_tab = new ShortcutsTab(m_model);
         m_tab->resize(500, 380);
         m_tab->show();

@@ -4,6 +4,7 @@
 #include "ChildProcess.h"
 #include "VirtualDesktop.h"
 #include "config/AppConfig.h"
+#include "config/Environment.h"
 #include "settings/RecorderControl.h"
 #include "settings/SettingsView.h"
 #include "settings/SettingsViewModel.h"
@@ -51,7 +52,7 @@ private Q_SLOTS:
     void initTestCase() {
         QFile::remove(AppConfig::filePath());
         QVERIFY(run({u"setxkbmap"_s, u"us"_s}));
-        m_window = new SettingsView(Environment());
+        m_window = new SettingsView(Environment().apiBase, Environment().webApp);
         m_window->findChild<QTabWidget*>(u"settingsTabs"_s)->setCurrentIndex(1);
         m_window->show();
         // No window manager: the window takes the keyboard itself.

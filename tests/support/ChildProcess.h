@@ -29,7 +29,7 @@ public:
     bool start(const QStringList& command, const QString& logFile, bool captureOutput = false);
     // The environment ("NAME=value" entries) of the programs started from now on, in place of
     // this process's own; empty: this process's own.
-    void setEnvironment(const QStringList& environment) { m_environment = environment; }
+    void setProcessEnvironment(const QStringList& environment) { m_environment = environment; }
     // The next line of a captured standard output, without its line break; none when none
     // arrives in time or the program ended.
     std::optional<QByteArray> readLine(std::chrono::milliseconds timeout);

@@ -147,7 +147,7 @@ private Q_SLOTS:
     void alertScreenshots();
 
 private:
-    Environment environment(const QString& version) const;
+    QString manifestUrl() const { return m_server->baseUrl() + manifestPath; }
     std::unique_ptr<UpdateChecker> checker(const QString& version,
                                            UpdateChecker::Timings timings = {});
     void serve(const QByteArray& body, int status = 200);
@@ -182,16 +182,9 @@ void tst_UpdateChecker::cleanup() {
     m_server.reset();
 }
 
-Environment tst_UpdateChecker::environment(const QString& version) const {
-    Environment environment;
-    environment.updateManifest = m_server->baseUrl() + manifestPath;
-    environment.version = version;
-    return environment;
-}
-
 std::unique_ptr<UpdateChecker> tst_UpdateChecker::checker(const QString& version,
                                                           UpdateChecker::Timings timings) {
-    return std::make_unique<UpdateChecker>(environment(version), timings);
+    return std::make_unique<UpdateChecker>(manifestUrl(), version, timings);
 }
 
 void tst_UpdateChecker::serve(const QByteArray& body, int status) {
@@ -316,12 +309,9 @@ void tst_UpdateChecker::manualFailures() {
 }
 
 void tst_UpdateChecker::manualFailsWhenServerIsDown() {
-    const QString address = m_server->baseUrl();
+    const QString address = manifestUrl();
     m_server.reset(); // nothing listens on that port any more
-    Environment environment;
-    environment.updateManifest = address + manifestPath;
-    environment.version = u"1.0"_s;
-    UpdateChecker updates(environment);
+    UpdateChecker updates(address, u"1.0"_s);
     AlertCatcher alerts;
     updates.checkForUpdates();
     QVERIFY(alerts.waitForAlerts(1));

@@ -56,14 +56,14 @@ QStringList QuillmarProcess::command(const Addresses& addresses,
 }
 
 bool QuillmarProcess::start(const Addresses& addresses, const QStringList& extraArguments) {
-    m_process.setEnvironment(environment());
+    m_process.setProcessEnvironment(environment());
     return m_process.start(command(addresses, extraArguments),
                            m_folder + QStringLiteral("/quillmar.log"));
 }
 
 int QuillmarProcess::startSecondInstance(const Addresses& addresses) {
     ChildProcess second;
-    second.setEnvironment(environment());
+    second.setProcessEnvironment(environment());
     if (!second.start(command(addresses, {}), m_folder + QStringLiteral("/quillmar.log")))
         return -1;
     QElapsedTimer timer;
