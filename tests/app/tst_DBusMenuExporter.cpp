@@ -82,6 +82,7 @@ private Q_SLOTS:
     void unknownEntriesAreErrors();
     void addedAndRemovedEntriesAreAnnouncedOncePerBurst();
     void changedPropertiesAreAnnouncedAsProperties();
+    void changeBeforeAPartialReadIsStillAnnounced();
     void entryGainingSubmenuIsNewLayout();
     void replacedMenuIsAnnouncedAsWhole();
     void aboutToShowReportsEntriesAddedWhileOpening();
@@ -292,6 +293,25 @@ void tst_DBusMenuExporter::changedPropertiesAreAnnouncedAsProperties() {
     other->setData(42);
     published.settle();
     QCOMPARE(published.host().propertyUpdates(), propertyUpdates + 1);
+}
+
+void tst_DBusMenuExporter::changeBeforeAPartialReadIsStillAnnounced() {
+    QMenu menu;
+    QAction* entry = menu.addAction(u"Add"_s);
+    Published published(m_bus->address(), &menu);
+    const Node layout = published.layout();
+    published.settle();
+    const int propertyUpdates = published.host().propertyUpdates();
+
+    // A panel reads the kinds of the entries between the change and its announcement: it was
+    // told nothing of the change.
+    entry->setEnabled(false);
+    DBusMenuLayoutItem kinds;
+    published.exporter.GetLayout(0, -1, {u"type"_s, u"children-display"_s}, kinds);
+    QVERIFY(published.host().waitForPropertyUpdate(propertyUpdates));
+    const auto updated = published.host().updatedProperties();
+    QCOMPARE(updated.constLast().first, layout.children[0].id);
+    QCOMPARE(updated.constLast().second.value(u"enabled"_s), QVariant(false));
 }
 
 void tst_DBusMenuExporter::entryGainingSubmenuIsNewLayout() {

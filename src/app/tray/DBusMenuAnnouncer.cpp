@@ -21,7 +21,20 @@ QVariantMap DBusMenuAnnouncer::currentProperties(int id) const {
 
 QVariantMap DBusMenuAnnouncer::tell(int id, const QStringList& names) {
     const QVariantMap properties = currentProperties(id);
-    m_told.insert(id, properties);
+    if (names.isEmpty()) {
+        m_told.insert(id, properties);
+        return properties;
+    }
+    // A panel that asks for some properties (GNOME's extension reads layouts for the kinds
+    // alone) is told those: a change of the others, made before it asked and not announced
+    // yet, is still announced.
+    QVariantMap& told = m_told[id];
+    for (const QString& name : names) {
+        if (properties.contains(name))
+            told.insert(name, properties.value(name));
+        else
+            told.remove(name);
+    }
     return DBusMenuItemProperties::chosen(properties, names);
 }
 
